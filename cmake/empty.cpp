@@ -1,0 +1,1 @@
+// Stands in for a layer whose sources are all headers.

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/base/Export.h"
+#include "objectstore/EntityDescription.h"
+#include "objectstore/ManagedObjectID.h"
+#include "objectstore/ObjectSet.h"
+#include "platform/base/Object.h"
+#include "platform/base/Value.h"
+
+namespace velkor::NS {
+
+class ManagedObjectContext;
+
+/// An object of the store, registered in one context and confined to that context's thread. Hosts derive their classes from it and
+/// register them with ObjectClass. Reading an object that is a fault loads it (and others of its kind that are still faults, in one
+/// batch). A deleted object still answers its last values.
+class VELKOR_EXPORT ManagedObject : public Object {
+public:
+    ManagedObject();
+    ~ManagedObject() override;
+
+    const EntityDescription& entity() const noexcept { return *m_entity; }
+    /// Null once the object was deleted and saved, or its context is gone.
+    ManagedObjectContext* managedObjectContext() const noexcept { return m_context; }
+    std::shared_ptr<const ManagedObjectID> objectID() const;
+    std::string_view className() const noexcept override;
+
+    /// Key-value access: runs the class's registered accessor if there is one. An attribute gives its value (nil: none), a to-one
+    /// relationship the object or nil, a to-many relationship an ObjectSet. An unknown name raises the invalid-argument exception.
+    Value valueForKey(std::string_view name) const;
+    /// For a relationship: an object, nil, or an ObjectSet. Both sides of an inverse are kept in step and marked as updated.
+    void setValueForKey(const Value& value, std::string_view name);
+
+    /// The stored value, without accessors. The attribute belongs to the object's entity.
+    const Value& primitiveValue(const AttributeDescription& attribute) const;
+    void setPrimitiveValue(const AttributeDescription& attribute, Value value);
+    const Value& primitiveValue(std::string_view attribute) const;
+    void setPrimitiveValue(std::string_view attribute, Value value);
+
+    std::shared_ptr<ManagedObject> destination(const RelationshipDescription& toOne) const;
+    ObjectSet destinations(const RelationshipDescription& toMany) const;
+    void setDestination(const RelationshipDescription& toOne, const std::shared_ptr<ManagedObject>& object);
+    void setDestinations(const RelationshipDescription& toMany, const ObjectSet& objects);
+    void addDestination(const RelationshipDescription& toMany, const std::shared_ptr<ManagedObject>& object);
+    void removeDestination(const RelationshipDescription& toMany, const std::shared_ptr<ManagedObject>& object);
+
+    bool isInserted() const noexcept;
+    bool isUpdated() const noexcept;
+    bool isDeleted() const noexcept;
+    bool isFault() const noexcept;
+    bool hasChanges() const noexcept { return isInserted() || isUpdated() || isDeleted(); }
+    /// The class answers the optional member (see ObjectClass::member).
+    bool respondsTo(std::string_view member) const noexcept;
+    std::string description() const override;
+
+    /// Called once after the object was inserted, with default values set.
+    virtual void awakeFromInsert() {}
+
+private:
+    friend class ManagedObjectContext;
+    friend struct ContextInternals;
+    const EntityDescription* m_entity = nullptr;
+    ManagedObjectContext* m_context = nullptr;
+    struct State;  // snapshot, values, keys of relationships, flags
+    std::unique_ptr<State> m_state;
+};
+
+}  // namespace velkor::NS

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/base/Export.h"
+#include "objectstore/EntityDescription.h"
+#include "platform/base/Result.h"
+
+namespace velkor::NS {
+
+/// The entities of a store; immutable and shared by everything that uses it. Any thread.
+class VELKOR_EXPORT ManagedObjectModel {
+public:
+    /// Reads a model resource: a property list (see docs/formats.md).
+    static Result<std::shared_ptr<const ManagedObjectModel>> modelWithContentsOfFile(const std::filesystem::path& path);
+    static Result<std::shared_ptr<const ManagedObjectModel>> modelFromPropertyList(const Value& plist);
+    Value propertyList() const;
+
+    const std::vector<std::unique_ptr<EntityDescription>>& entities() const noexcept { return m_entities; }
+    const EntityDescription* entityNamed(std::string_view name) const noexcept;
+
+private:
+    friend class ModelBuilder;
+    ManagedObjectModel() = default;
+    std::vector<std::unique_ptr<EntityDescription>> m_entities;
+};
+
+/// Builds a model in code:
+///     ModelBuilder builder;
+///     builder.entity("Note").attribute("guid", AttributeType::string).toOne("notebook", "Notebook", "notes");
+///     auto model = builder.build();
+class VELKOR_EXPORT ModelBuilder {
+public:
+    class Entity {
+    public:
+        /// Class of the entity's objects; the entity's name unless set.
+        Entity& className(std::string_view name);
+        Entity& attribute(std::string_view name, AttributeType type, bool optional = true, Value defaultValue = {});
+        /// An empty inverse name: the relationship has no inverse.
+        Entity& toOne(std::string_view name, std::string_view destination, std::string_view inverse, DeleteRule rule = DeleteRule::nullify, bool optional = true);
+        Entity& toMany(std::string_view name, std::string_view destination, std::string_view inverse, DeleteRule rule = DeleteRule::nullify, bool optional = true);
+
+    private:
+        friend class ModelBuilder;
+        explicit Entity(EntityDescription& entity) : m_entity(entity) {}
+        EntityDescription& m_entity;
+    };
+
+    ModelBuilder();
+    ~ModelBuilder();
+    Entity entity(std::string_view name);
+    /// Checks names, destinations and inverses; the builder is empty afterwards.
+    Result<std::shared_ptr<const ManagedObjectModel>> build();
+
+private:
+    std::shared_ptr<ManagedObjectModel> m_model;
+};
+
+}  // namespace velkor::NS

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "platform/base/Export.h"
+
+namespace velkor::NS {
+
+/// Seconds since the user's last input of any kind, as the desktop tells (X11 screen saver extension or the session bus, loaded
+/// only when asked); 0 where neither answers. Cached for a second. Any thread.
+VELKOR_EXPORT double secondsSinceLastUserInput();
+
+}  // namespace velkor::NS
