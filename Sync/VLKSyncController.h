@@ -1,0 +1,187 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Sync/VLKSyncProperties.h"
+#include "objectstore/ObjectSet.h"
+#include "platform/base/Export.h"
+#include "platform/base/Format.h"
+
+namespace velkor {
+
+namespace NS {
+class EntityDescription;
+class ManagedObject;
+class ObjectClass;
+}  // namespace NS
+class JSONWebCommand;
+
+/// Posted from the main queue when a cycle starts and when it has ended; the sender is the controller.
+inline constexpr std::string_view VLKStartingSyncNotification = "STARTING_SYNC";
+inline constexpr std::string_view VLKEndedSyncNotification = "ENDED_SYNC";
+
+/// What is remembered of a deleted object: it can no longer be fetched.
+struct VLKDeleteRecord {
+    std::string className;
+    std::string guid;
+};
+
+/// Keeps the host's store in step with the sync service: it turns saves into transactions and, from its timer or on call, runs
+/// sync cycles (lock, send, receive, compare, unlock). One a process, created on the main thread, for the life of the process;
+/// torn down when the process exits in order. Everything is called on the main thread, whose run loop the host runs, unless a
+/// line says otherwise; nothing blocks on the network. Problems of a cycle end in `lastError` and the log; nothing is raised to
+/// the host.
+class VELKOR_EXPORT VLKSyncController : public VLKSyncProperties {
+public:
+    // --- Creation ---
+    /// Makes the controller. A second call raises "VLKSyncControllerAlreadyInitialized". Never null; the process owns it.
+    static VLKSyncController* globalInstanceWithServerURL(std::string serverURL, VLKContextCreatorBlock contextCreator);
+    /// Fails an assertion before the controller is made.
+    static VLKSyncController* globalInstance();
+    std::string_view className() const noexcept override { return "VLKSyncController"; }
+
+    // --- State: what survives a restart ---
+    /// Loads the sync state from `stateSavePath` (else user defaults); changes captured so far win over the saved ones.
+    void load();
+    /// Stores the pending changes, `lastSync` and `instanceId` in the sync state and writes it. Write failures are not reported.
+    void save();
+    void loadSyncState();
+    void saveSyncState();
+    /// Takes over the user-defaults keys of older versions; false when there are none.
+    bool loadLegacyDefaults();
+    /// With true (false at creation) no change is lost to a kill at any moment: the store keeps persistent history from now on,
+    /// and `load` and every cycle recover from it what `save` had not kept. Set before `load`; it stays on for the store's file.
+    bool keepsEveryChange() const noexcept;
+    void setKeepsEveryChange(bool keeps);
+
+    // --- Timer ---
+    void start();
+    void cancel();
+    /// Arms the timer anew with `refreshInterval`, unless it sleeps.
+    void resetTimer();
+    void resetTimerWithInterval(double seconds);
+    void autoSendUpdatesIfNotIdle(NS::Timer& timer);
+    /// Asked before each automatic cycle, which is skipped when it answers false. None: every tick starts one.
+    void setCycleGuard(std::function<bool()> guard);
+    /// No user input for more than ten minutes. Offered to the host.
+    bool appIsIdle() const;
+
+    // --- Logging, observing, status ---
+    std::int32_t logLevel() const noexcept;
+    void setLogLevel(std::int32_t level);
+    void enableObserving();
+    /// Saves made from now on are never captured, not even later.
+    void disableObserving();
+    template <class... Args>
+    void setSyncStatusMessageWithFormat(std::string_view format, const Args&... args) {
+        setCurrentOperation(NS::format(format, args...));
+    }
+    /// A negative percentage changes the text only.
+    void updateSyncStatusWithMessage(std::string message, float pecentage);
+    /// Brackets of long commands for platforms that suspend programs; empty here.
+    std::uint32_t beginBackgroundOpWithHandler(std::function<void()> handler);
+    void endBackgroundOperation(std::uint32_t identifier);
+
+    // --- Capture: saves become transactions ---
+    /// The observer of did-save notifications; on the saving thread. Raises for a syncable object without a GUID.
+    void dataChanged(const NS::Notification& notification);
+    bool objectIsSyncable(const NS::ManagedObject& object) const;
+    bool classIsSyncable(const NS::ObjectClass* objectClass) const noexcept;
+    /// In the model's order; any thread.
+    std::vector<const NS::EntityDescription*> syncableEntityTypesInCtx(const NS::ManagedObjectContext* ctx) const;
+    /// Each GUID once. Raises the invalid-argument exception for a syncable object without one.
+    NS::Array guidsForObjects(const NS::ObjectSet& objects) const;
+    void addChangesOfType(std::string_view type, const NS::ObjectSet& objects);
+    void addDeletesForObjectsWithGuids(const std::vector<VLKDeleteRecord>& records);
+    NS::ObjectSet objectsOfType(const NS::EntityDescription& entity, const NS::Array& guids, NS::ManagedObjectContext& ctx) const;
+    /// The syncable objects with those GUIDs, without those that are expired or opted out.
+    NS::ObjectSet objectsForGuids(const NS::Array& guids, NS::ManagedObjectContext& ctx) const;
+    NS::ObjectSet objectsForGuids(const NS::Array& guids) const;
+    std::shared_ptr<NS::ManagedObject> objectForGuid(std::string_view guid, NS::ManagedObjectContext& ctx) const;
+    /// Files inserts for the objects with the GUIDs of an answer.
+    void createTransactionsForObjectsFromJSON(const NS::Array& guids);
+
+    // --- Batching: pending changes become a request ---
+    /// Takes the next chunk and gives the request's JSON text; none when it cannot be written.
+    std::optional<std::string> batchCurrentChanges();
+    void readyCurrentChunk();
+    void removeBadTransactionsFromBatch(VLKTransactionMap& batch);
+    bool dataToBeSent() const noexcept { return !changes().empty(); }
+    /// Forgets the pending changes.
+    void dropPendingTransactions();
+    /// Puts the chunk in flight back among the pending changes; newer ones win.
+    void resetBatch();
+    void launchChangesCommandWithJSON(std::optional<std::string> json);
+    /// Posts the schema of the context's model to the service and forgets about it.
+    void sendSchemaForContext(NS::ManagedObjectContext& ctx);
+
+    // --- Cycle: lock, send, unlock ---
+    /// Starts a cycle unless one is running; the sender is ignored.
+    void sendUpdates(const NS::Object* sender = nullptr);
+    void lockWithContinuation(std::function<void()> continuation, std::function<void(const NS::Error&)> failureHandler);
+    void lockWithContinuation(std::function<void()> continuation);
+    void sendUpdatesWithoutLock();
+    void launchVerifyCommandForJSON(std::optional<std::string> json, const Text& username, const Text& password);
+    /// A command, not started, that verifies the credentials.
+    std::shared_ptr<JSONWebCommand> verificationCommandForUsername(const Text& username, const Text& password);
+    /// Starts a cycle, or joins the running one, and runs the continuation on the main queue when it ends.
+    void forceSyncWithContinuation(std::function<void()> continuation);
+    void forceSync();
+    void unlock();
+    void syncEnded();
+
+    // --- Results: the service's answers ---
+    using DownloadBlock = std::function<void(NS::Dictionary download)>;
+    using FailureBlock = std::function<void(const std::optional<NS::Error>& error)>;
+    void handleCompletedChangesCommandWithResult(const NS::Dictionary& result);
+    void handleFailedChangesCommandWithError(const std::optional<NS::Error>& error);
+    /// Fetches the page and all that follow, gathering their transactions in `download`.
+    void downloadPage(std::int64_t page, NS::Dictionary download);
+    void downloadPage(std::int64_t page, NS::Dictionary download, DownloadBlock completion, FailureBlock failure);
+
+    // --- Known objects: comparing notes with the service ---
+    /// Any thread.
+    void sendFullObjectListing();
+    void sendObjectListing(const NS::Array& guids);
+    void handleCompletedKnownObjectsCommandWithResult(const NS::Dictionary& result);
+    void handleFailedKnownObjectsCommandWithError(const std::optional<NS::Error>& error, std::uint32_t taskId);
+    void storeKnownObjectsTime();
+    /// Three listings within twenty minutes. Any thread.
+    bool areWeLoopingOnKnownObjects();
+    /// GUIDs of the registered generic values that are not nil. Any thread; empty when the controller is being torn down.
+    std::vector<std::string> guidsOfGenericValues();
+
+    // --- Account: each a request of its own; callbacks may be empty ---
+    void signupWithEmailAddress(std::string emailAddress, std::string password, VLKResultCallback callback);
+    /// Keeps the credentials and proves them by a lock and unlock. A refused login is reported twice.
+    void loginWithEmailAddress(std::string emailAddress, std::string password, VLKResultCallback callback);
+    bool loggedIn() const noexcept { return !userId().isNil(); }
+    void logout();
+    /// Discards pending changes and credentials at once, whatever the service answers.
+    void logoutWithCallback(VLKResultCallback callback);
+    void deleteAllDataFromServerWithCallback(VLKResultCallback callback);
+    /// On success the host sets `userPassword`.
+    void changePasswordFrom(const std::string& oldPassword, const std::string& newPassword, VLKResultCallback callback);
+    void sendPasswordResetForEmail(const std::string& emailAddress, VLKResultCallback callback);
+    void deleteUserWithCallback(VLKResultCallback callback);
+    void rollbackWithCompletionHandler(VLKResultCallback callback);
+    void sendClientInfo(const NS::Dictionary& info, VLKResultCallback callback);
+    /// The answer's "registered_clients", or nil and the error.
+    void getRegisteredClients(std::function<void(const NS::Value& clients, const std::optional<NS::Error>& error)> callback);
+
+protected:
+    VLKSyncController(std::string serverURL, VLKContextCreatorBlock contextCreator);
+    ~VLKSyncController() override;
+
+private:
+    struct Internals;
+    std::unique_ptr<Internals> m_internals;
+};
+
+}  // namespace velkor
