@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -18,25 +17,36 @@ public:
     /// Takes the bytes over without copying them.
     explicit Data(std::string bytes);
     explicit Data(std::span<const std::uint8_t> bytes);
+    Data(const Data& other) noexcept;
+    Data(Data&& other) noexcept : m_storage(other.m_storage) { other.m_storage = nullptr; }
+    Data& operator=(const Data& other) noexcept;
+    Data& operator=(Data&& other) noexcept;
+    ~Data();
     static Data copyOf(std::string_view bytes) { return Data(std::string(bytes)); }
 
-    std::size_t size() const noexcept { return m_bytes ? m_bytes->size() : 0; }
+    std::size_t size() const noexcept { return view().size(); }
     bool empty() const noexcept { return size() == 0; }
     /// The bytes; valid while this Data is neither changed nor destroyed.
-    std::string_view view() const noexcept { return m_bytes ? std::string_view(*m_bytes) : std::string_view(); }
+    std::string_view view() const noexcept;
     const std::uint8_t* bytes() const noexcept { return reinterpret_cast<const std::uint8_t*>(view().data()); }
 
     void append(std::string_view bytes);
     void reserve(std::size_t bytes);
-    void clear() noexcept { m_bytes.reset(); }
+    void clear() noexcept { *this = Data(); }
     /// Moves the bytes out when they are not shared, else copies them; this Data is empty afterwards.
     std::string take();
 
     bool operator==(const Data& other) const noexcept { return view() == other.view(); }
+    /// The bytes in hexadecimal, four a group: "<68656c6c 6f>".
     std::string description() const;
 
 private:
-    std::shared_ptr<std::string> m_bytes;
+    friend class Value;
+    struct Storage;
+    static void destroy(Storage* storage) noexcept;
+    std::string& ownBytes();
+
+    Storage* m_storage = nullptr;
 };
 
 }  // namespace velkor::NS

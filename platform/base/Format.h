@@ -28,6 +28,9 @@ VELKOR_EXPORT std::string describe(double value);
 template <std::integral I>
     requires(!std::same_as<I, bool>)
 std::string describe(I value) { return std::to_string(value); }
+template <class E>
+    requires std::is_enum_v<E>
+std::string describe(E value) { return describe(static_cast<std::underlying_type_t<E>>(value)); }
 /// A collection of texts, as an array prints: "(\n    a,\n    b\n)".
 VELKOR_EXPORT std::string describe(const std::vector<std::string>& texts);
 /// Anything that describes itself.
