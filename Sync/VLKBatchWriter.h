@@ -6,13 +6,10 @@
 #include <vector>
 
 #include "Sync/VLKTransaction.h"
+#include "Sync/VLKTransactionMap.h"
 #include "json/JSONWriter.h"
-#include "platform/base/OrderedMap.h"
 
 namespace velkor {
-
-/// Transactions by guid, in the order of their insertion.
-using VLKTransactionMap = NS::OrderedMap<std::shared_ptr<VLKTransaction>>;
 
 /// Writes a batch as JSON. On the thread of the transactions' contexts; compression runs on the shared pool meanwhile.
 class VLKBatchWriter {

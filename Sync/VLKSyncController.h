@@ -41,7 +41,7 @@ class VELKOR_EXPORT VLKSyncController : public VLKSyncProperties {
 public:
     // --- Creation ---
     /// Makes the controller. A second call raises "VLKSyncControllerAlreadyInitialized". Never null; the process owns it.
-    static VLKSyncController* globalInstanceWithServerURL(std::string serverURL, VLKContextCreatorBlock contextCreator);
+    static VLKSyncController* globalInstanceWithServerURL(std::string serverURL, VLKContextCreator contextCreator);
     /// Fails an assertion before the controller is made.
     static VLKSyncController* globalInstance();
     std::string_view className() const noexcept override { return "VLKSyncController"; }
@@ -119,7 +119,7 @@ public:
     void resetBatch();
     void launchChangesCommandWithJSON(std::optional<std::string> json);
     /// Posts the schema of the context's model to the service and forgets about it.
-    void sendSchemaForContext(NS::ManagedObjectContext& ctx);
+    void sendSchemaForContext(std::shared_ptr<NS::ManagedObjectContext> ctx);
 
     // --- Cycle: lock, send, unlock ---
     /// Starts a cycle unless one is running; the sender is ignored.
@@ -138,9 +138,9 @@ public:
 
     // --- Results: the service's answers ---
     using DownloadBlock = std::function<void(NS::Dictionary download)>;
-    using FailureBlock = std::function<void(const std::optional<NS::Error>& error)>;
+    using FailureBlock = std::function<void(const NS::Error& error)>;
     void handleCompletedChangesCommandWithResult(const NS::Dictionary& result);
-    void handleFailedChangesCommandWithError(const std::optional<NS::Error>& error);
+    void handleFailedChangesCommandWithError(const NS::Error& error);
     /// Fetches the page and all that follow, gathering their transactions in `download`.
     void downloadPage(std::int64_t page, NS::Dictionary download);
     void downloadPage(std::int64_t page, NS::Dictionary download, DownloadBlock completion, FailureBlock failure);
@@ -150,7 +150,7 @@ public:
     void sendFullObjectListing();
     void sendObjectListing(const NS::Array& guids);
     void handleCompletedKnownObjectsCommandWithResult(const NS::Dictionary& result);
-    void handleFailedKnownObjectsCommandWithError(const std::optional<NS::Error>& error, std::uint32_t taskId);
+    void handleFailedKnownObjectsCommandWithError(const NS::Error& error, std::uint32_t taskId);
     void storeKnownObjectsTime();
     /// Three listings within twenty minutes. Any thread.
     bool areWeLoopingOnKnownObjects();
@@ -176,7 +176,7 @@ public:
     void getRegisteredClients(std::function<void(const NS::Value& clients, const std::optional<NS::Error>& error)> callback);
 
 protected:
-    VLKSyncController(std::string serverURL, VLKContextCreatorBlock contextCreator);
+    VLKSyncController(std::string serverURL, VLKContextCreator contextCreator);
     ~VLKSyncController() override;
 
 private:

@@ -9,7 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "PelmoLib/VLKMocCreator.h"
 #include "Sync/VLKCycleReport.h"
+#include "Sync/VLKTransactionMap.h"
 #include "platform/base/Array.h"
 #include "platform/base/Date.h"
 #include "platform/base/Dictionary.h"
@@ -24,19 +26,11 @@
 
 namespace velkor {
 
-namespace NS {
-class ManagedObjectContext;
-}
 class VLKGenericObjectInfo;
 class VLKS3Uploader;
-class VLKTransaction;
 
-/// Makes a fresh context of the host's store; called on whichever thread needs one.
-using VLKContextCreatorBlock = std::function<std::shared_ptr<NS::ManagedObjectContext>()>;
 /// Outcome of an account command: (true, none) or (false, the error).
 using VLKResultCallback = std::function<void(bool success, const std::optional<NS::Error>& error)>;
-/// Transactions by the GUID of their object, at most one each, in the order in which the GUIDs first came.
-using VLKTransactionMap = NS::OrderedMap<std::shared_ptr<VLKTransaction>>;
 
 /// The sync controller's properties. Read and written on the main thread, unless a line says otherwise. Those that say "observed"
 /// can be followed with addObserverForKeyPath under their own name; all values of a plain kind can be read with valueForKey.
@@ -79,8 +73,8 @@ public:
     void setPasswordObservationToken(Text token) { m_passwordObservationToken = std::move(token); }
 
     // --- Store and queues ---
-    const VLKContextCreatorBlock& ctxCreator() const noexcept { return m_ctxCreator; }
-    void setCtxCreator(VLKContextCreatorBlock creator) { m_ctxCreator = std::move(creator); }
+    const VLKContextCreator& ctxCreator() const noexcept { return m_ctxCreator; }
+    void setCtxCreator(VLKContextCreator creator) { m_ctxCreator = std::move(creator); }
     /// The controller's own context.
     const std::shared_ptr<NS::ManagedObjectContext>& ctx() const noexcept { return m_ctx; }
     void setCtx(std::shared_ptr<NS::ManagedObjectContext> ctx) { m_ctx = std::move(ctx); }
@@ -211,7 +205,7 @@ protected:
     NS::Value m_userId;
     Text m_emailAddress, m_userPassword, m_emailObservationToken, m_passwordObservationToken;
     VLKResultCallback m_loginCallback;
-    VLKContextCreatorBlock m_ctxCreator;
+    VLKContextCreator m_ctxCreator;
     std::shared_ptr<NS::ManagedObjectContext> m_ctx;
     std::unique_ptr<NS::OperationQueue> m_saveQueue, m_readQueue, m_hashingQueue;
     VLKTransactionMap m_changes;
