@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <span>
 #include <string>
@@ -71,6 +72,7 @@ private:
     const ManagedObjectModel* m_model = nullptr;
     std::vector<AttributeDescription> m_attributes;
     std::vector<RelationshipDescription> m_relationships;
+    mutable std::atomic<const ObjectClass*> m_objectClass = nullptr;  // once found, kept
 };
 
 }  // namespace velkor::NS

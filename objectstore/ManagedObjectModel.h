@@ -22,11 +22,14 @@ public:
 
     const std::vector<std::unique_ptr<EntityDescription>>& entities() const noexcept { return m_entities; }
     const EntityDescription* entityNamed(std::string_view name) const noexcept;
+    /// Name of the attribute by which objects are looked up; every attribute of that name has an index. "guid" unless set.
+    const std::string& identityAttribute() const noexcept { return m_identityAttribute; }
 
 private:
     friend class ModelBuilder;
     ManagedObjectModel() = default;
     std::vector<std::unique_ptr<EntityDescription>> m_entities;
+    std::string m_identityAttribute = "guid";
 };
 
 /// Builds a model in code:
@@ -52,8 +55,11 @@ public:
 
     ModelBuilder();
     ~ModelBuilder();
+    /// The entity of that name, added when it is new.
     Entity entity(std::string_view name);
-    /// Checks names, destinations and inverses; the builder is empty afterwards.
+    void identityAttribute(std::string_view name);
+    /// Checks names, default values, destinations and inverses; the builder is empty afterwards. Names consist of letters, digits and
+    /// underscores, begin with no digit, and differ by more than the case of their letters.
     Result<std::shared_ptr<const ManagedObjectModel>> build();
 
 private:

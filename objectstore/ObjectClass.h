@@ -1,12 +1,12 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
 #include <string_view>
 #include <typeindex>
-#include <unordered_map>
 
 #include "platform/base/Export.h"
 #include "platform/base/Value.h"
@@ -74,9 +74,9 @@ private:
     std::string m_name;
     Factory m_factory;
     std::set<std::string, std::less<>> m_protocols;
-    std::unordered_map<std::string, Getter> m_getters;
-    std::unordered_map<std::string, Setter> m_setters;
-    std::unordered_map<std::string, Member> m_members;
+    std::map<std::string, Getter, std::less<>> m_getters;
+    std::map<std::string, Setter, std::less<>> m_setters;
+    std::map<std::string, Member, std::less<>> m_members;
     EntityFinder m_entityFinder;
 };
 
