@@ -1,0 +1,23 @@
+# Copies the public headers to STAGED with includes that start at VelkorSync/; writes only what differs, so that a new stage
+# rebuilds only what it must.
+function(write_if_different path text)
+  if(EXISTS ${path})
+    file(READ ${path} old)
+    if(old STREQUAL text)
+      return()
+    endif()
+  endif()
+  file(WRITE ${path} "${text}")
+endfunction()
+
+set(umbrella "#pragma once\n\n")
+foreach(header ${HEADERS})
+  file(READ ${SOURCE}/${header} text)
+  string(REGEX REPLACE "#include \"(platform|json|objectstore|PelmoLib|Sync)/" "#include \"VelkorSync/\\1/" text "${text}")
+  write_if_different(${STAGED}/${header} "${text}")
+  get_filename_component(name ${header} NAME)
+  write_if_different(${STAGED}/${name} "#pragma once\n#include \"VelkorSync/${header}\"\n")
+  string(APPEND umbrella "#include \"VelkorSync/${header}\"\n")
+endforeach()
+write_if_different(${STAGED}/VelkorSync.h "${umbrella}")
+file(TOUCH_NOCREATE ${STAGED}/VelkorSync.h)
