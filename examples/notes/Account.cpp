@@ -17,7 +17,7 @@ std::optional<Account> readAccount(const std::filesystem::path& file) {
     if (!std::filesystem::exists(file, ignored)) return std::nullopt;
     auto bytes = NS::readFile(file, 1 << 20);
     if (!bytes.ok()) throw CommandError(bytes.error().localizedDescription());
-    auto members = dictionaryWithJSONData(bytes.value().view());
+    auto members = dictionaryWithJSONData(bytes.value(), nullptr);
     if (!members || !(*members)["email"].isString() || !(*members)["password"].isString() || !(*members)["server"].isString()) {
         throw CommandError(file.string() + " is damaged; log in again after removing it");
     }
@@ -29,7 +29,7 @@ std::optional<Account> readAccount(const std::filesystem::path& file) {
 void writeAccount(const Account& account, const std::filesystem::path& file) {
     NS::Dictionary members{{"email", account.email}, {"password", account.password}, {"server", account.server}};
     if (account.apiKey) members.set("api_key", *account.apiKey);
-    auto text = CJSONSerializer::serializer().serializeDictionary(members);
+    auto text = CJSONSerializer::serializer().serializeDictionary(members, nullptr);
     if (!text) throw CommandError("the account cannot be written as JSON");
     auto written = NS::writeFileAtomically(file, *text + "\n");
     if (!written.ok()) throw CommandError(written.error().localizedDescription());

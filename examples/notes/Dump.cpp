@@ -43,7 +43,7 @@ NS::Value dumpRelationship(const NS::ManagedObject& object, const NS::Relationsh
 }  // namespace
 
 std::string jsonText(const NS::Value& value) {
-    auto text = CJSONSerializer::serializer().serializeObject(value);
+    auto text = CJSONSerializer::serializer().serializeObject(value, nullptr);
     if (!text) throw CommandError("a value cannot be written as JSON");
     return *text;
 }

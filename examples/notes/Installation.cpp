@@ -1,0 +1,140 @@
+#include "examples/notes/Installation.h"
+
+#include <VelkorSync/OperationQueue.h>
+#include <VelkorSync/PropertyList.h>
+#include <VelkorSync/RunLoop.h>
+#include <VelkorSync/UserDefaults.h>
+#include <VelkorSync/VLKLog.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <system_error>
+
+#include "examples/notes/Model.h"
+
+namespace notes {
+
+using namespace velkor;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* defaultServer = "http://127.0.0.1:8330";
+constexpr double lockSeconds = 5;
+
+const fs::path& madeDirectory(const fs::path& directory) {
+    std::error_code error;
+    if (!fs::is_directory(directory, error)) {
+        fs::create_directories(directory.parent_path(), error);
+        if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
+            throw CommandError("cannot make " + directory.string() + ": " + std::strerror(errno));
+        }
+    }
+    return directory;
+}
+
+void setAside(const fs::path& file) {
+    fs::path damaged = file;
+    damaged += ".damaged";
+    std::error_code error;
+    fs::rename(file, damaged, error);
+    if (error) throw CommandError(file.string() + " is damaged and cannot be set aside: " + error.message());
+    std::cerr << "velkor-notes: " << file.string() << " is damaged; it was set aside as " << damaged.filename().string() << '\n';
+}
+
+}  // namespace
+
+Installation::Installation(const Options& options) : m_options(options), m_lock(madeDirectory(options.data)) {
+    if (!m_lock.acquire(lockSeconds)) throw CommandError(m_options.data.string() + " is in use by another process");
+    m_account = readAccount(path("account.json"));
+    openStore();
+    makeController();
+}
+
+Installation::~Installation() = default;
+
+std::string Installation::serverURL() const {
+    std::string url = m_options.server ? *m_options.server : m_account ? m_account->server : defaultServer;
+    while (url.ends_with('/')) url.pop_back();
+    return url;
+}
+
+void Installation::openStore() {
+    NS::StoreOptions storeOptions;
+    storeOptions.history = true;
+    storeOptions.historyKeptAttributes = {"guid", "expired", "doNotSynchronize"};
+    auto opened = NS::PersistentStoreCoordinator::open(makeModel(), path("Notes.sqlite"), storeOptions);
+    if (!opened.ok()) throw CommandError(opened.error().localizedDescription());
+    m_coordinator = std::move(opened).value();
+    m_context = NS::ManagedObjectContext::create(m_coordinator, NS::ConcurrencyType::mainQueue);
+    m_context->setAuthor("velkor-notes");
+}
+
+void Installation::makeController() {
+    NS::UserDefaults::standardUserDefaults().setDirectory(m_options.data);
+    VLKLog::sharedInstance().setLogLevel(m_options.logLevel);
+    m_controller = VLKSyncController::globalInstanceWithServerURL(serverURL(), [coordinator = m_coordinator] {
+        return NS::ManagedObjectContext::create(coordinator, NS::ConcurrencyType::privateQueue);
+    });
+    m_controller->setAppId(appId);
+    if (m_options.apiKey) {
+        m_controller->setApiKey(*m_options.apiKey);
+    } else if (m_account) {
+        m_controller->setApiKey(m_account->apiKey);
+    }
+    m_controller->setEnableChunking(m_options.chunking);
+    m_controller->setRequestTimeout(m_options.timeout);
+    m_controller->setLatestModelVersion(m_options.modelVersion);
+    m_controller->setStateSavePath(path("SyncState.plist").string());
+    m_controller->setKeepsEveryChange(true);
+    loadState();
+}
+
+void Installation::loadState() {
+    fs::path file = path("SyncState.plist");
+    std::error_code error;
+    if (fs::exists(file, error) && !NS::dictionaryWithContentsOfFile(file).ok()) setAside(file);
+    m_controller->load();
+}
+
+const Account& Installation::requireAccount() const {
+    if (!m_account) throw CommandError("no account: use signup or login first");
+    return *m_account;
+}
+
+void Installation::useAccount() {
+    const Account& account = requireAccount();
+    m_controller->setEmailAddress(account.email);
+    m_controller->setUserPassword(account.password);
+}
+
+void Installation::keepAccount(std::string email, std::string password) {
+    Account account{std::move(email), std::move(password), m_controller->serverUrl(), m_controller->apiKey()};
+    writeAccount(account, path("account.json"));
+    m_account = std::move(account);
+}
+
+void Installation::forgetAccount() {
+    removeAccount(path("account.json"));
+    m_account.reset();
+}
+
+void Installation::saveStore() {
+    auto saved = m_context->save();
+    if (!saved.ok()) {
+        m_context->rollback();
+        throw CommandError(saved.error().localizedDescription());
+    }
+    drainMainQueue();
+    m_controller->save();
+}
+
+void drainMainQueue() {
+    bool drained = false;
+    NS::OperationQueue::mainQueue().addOperation([&drained] { drained = true; });
+    NS::RunLoop::main().runUntil([&drained] { return drained; }, -1);
+}
+
+}  // namespace notes
