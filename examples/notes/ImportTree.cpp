@@ -1,7 +1,7 @@
 #include "examples/notes/ImportTree.h"
 
 #include <VelkorSync/AtomicFile.h>
-#include <VelkorSync/Utf8.h>
+#include <VelkorSync/UTF8.h>
 
 #include <algorithm>
 #include <iostream>
@@ -22,7 +22,7 @@ constexpr std::uint64_t largestText = 32u << 20;
 
 void warn(const fs::path& path, std::string_view why) {
     std::string shown = path.string();
-    if (!NS::isValidUtf8(shown)) {
+    if (!NS::isValidUTF8(shown)) {
         for (char& byte : shown) {
             if (static_cast<unsigned char>(byte) >= 0x80) byte = '?';
         }
@@ -30,7 +30,7 @@ void warn(const fs::path& path, std::string_view why) {
     std::cerr << "velkor-notes: skipping " << shown << ": " << why << '\n';
 }
 
-bool isText(std::string_view bytes) { return bytes.find('\0') == bytes.npos && NS::isValidUtf8(bytes); }
+bool isText(std::string_view bytes) { return bytes.find('\0') == bytes.npos && NS::isValidUTF8(bytes); }
 
 std::string titleOfFile(const fs::path& file) {
     std::string title = file.filename().string();
@@ -60,7 +60,7 @@ void ImportTree::add(const fs::path& path) {
     if (error || status.type() == fs::file_type::not_found) throw CommandError("there is no " + absolute.string());
     if (status.type() == fs::file_type::symlink) {
         warn(absolute, "it is a symbolic link");
-    } else if (!NS::isValidUtf8(absolute.filename().native())) {
+    } else if (!NS::isValidUTF8(absolute.filename().native())) {
         warn(absolute, "its name is not UTF-8");
     } else if (status.type() == fs::file_type::directory) {
         addDirectory(absolute, absolute.filename().string());
@@ -85,7 +85,7 @@ void ImportTree::addDirectory(const fs::path& directory, const std::string& titl
             warn(path, error.message());
         } else if (type == fs::file_type::symlink) {
             warn(path, "it is a symbolic link");
-        } else if (!NS::isValidUtf8(path.filename().native())) {
+        } else if (!NS::isValidUTF8(path.filename().native())) {
             warn(path, "its name is not UTF-8");
         } else if (type == fs::file_type::directory) {
             addDirectory(path, title + "/" + path.filename().string());
