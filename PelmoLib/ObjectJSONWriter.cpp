@@ -1,0 +1,150 @@
+#include "PelmoLib/ObjectJSONWriter.h"
+
+#include "PelmoLib/VLKSyncableObject.h"
+#include "PelmoLib/encodings/GuidOrder.h"
+#include "PelmoLib/encodings/VLKLog.h"
+#include "json/JSONWriter.h"
+#include "platform/base/Exception.h"
+
+namespace velkor {
+
+using namespace NS;
+
+namespace {
+
+bool contains(const Array* names, std::string_view name) {
+    if (!names) return false;
+    for (const Value& excluded : *names) {
+        if (excluded.asString() == name) return true;
+    }
+    return false;
+}
+
+/// The collection of names that an optional member of the object's class gives; nil when it gives none.
+Value namesFrom(const ObjectClass::Member* member, std::string_view name, const ManagedObject& object) {
+    if (!member) return {};
+    return member->isAttribute ? object.valueForKey(name) : member->function(object);
+}
+
+}  // namespace
+
+struct ObjectJSONWriter::EntityPlan {
+    struct Attribute {
+        const AttributeDescription* description;
+        const ObjectClass::Getter* getter;  // the host's own, or null
+    };
+    struct Relationship {
+        const RelationshipDescription* description;
+        std::string opening;  // {"name":...,"destination_type":...,"to_many":...
+    };
+    explicit EntityPlan(const EntityDescription& described) : entity(&described) {
+        const ObjectClass* objectClass = described.objectClass();
+        if (objectClass) {
+            attributesToNotSerialize = objectClass->member(VLKSyncableMember::attributesToNotSerialize);
+            relationshipsToNotSerialize = objectClass->member(VLKSyncableMember::relationshipsToNotSerialize);
+        }
+        for (const AttributeDescription& attribute : described.attributes()) {
+            if (attribute.type == AttributeType::binaryData) continue;
+            attributes.push_back({&attribute, objectClass ? objectClass->getterFor(attribute.name) : nullptr});
+        }
+        for (const RelationshipDescription& relationship : described.relationships()) {
+            std::string opening;
+            JSONWriter writer(opening);
+            writer.beginObject();
+            writer.member("name", relationship.name);
+            writer.member("destination_type", relationship.destination->managedObjectClassName());
+            writer.member("to_many", relationship.toMany);
+            relationships.push_back({&relationship, std::move(opening)});
+        }
+    }
+
+    const EntityDescription* entity;
+    const ObjectClass::Member* attributesToNotSerialize = nullptr;
+    const ObjectClass::Member* relationshipsToNotSerialize = nullptr;
+    std::vector<Attribute> attributes;
+    std::vector<Relationship> relationships;
+};
+
+ObjectJSONWriter::ObjectJSONWriter() = default;
+ObjectJSONWriter::~ObjectJSONWriter() = default;
+
+ObjectJSONWriter::EntityPlan& ObjectJSONWriter::planFor(const EntityDescription& entity) {
+    if (!m_lastPlan || m_lastPlan->entity != &entity) {
+        auto& plan = m_plans[&entity];
+        if (!plan) plan = std::make_unique<EntityPlan>(entity);
+        m_lastPlan = plan.get();
+    }
+    return *m_lastPlan;
+}
+
+bool ObjectJSONWriter::append(std::string& out, const ManagedObject& object) {
+    const std::size_t start = out.size();
+    const EntityPlan& plan = planFor(object.entity());
+    JSONWriter writer(out);
+    writer.beginObject();
+    writeAttributes(writer, object, plan);
+    writeRelationships(writer, out, object, plan);
+    writer.endObject();
+    if (writer.ok()) return true;
+    out.resize(start);
+    VLKLog::sharedInstance().logMessageAtLevel(100, "Error serializing object: %@", writer.failure());
+    return false;
+}
+
+void ObjectJSONWriter::writeAttributes(JSONWriter& writer, const ManagedObject& object, const EntityPlan& plan) {
+    const Value names = namesFrom(plan.attributesToNotSerialize, VLKSyncableMember::attributesToNotSerialize, object);
+    const Array* excluded = names.asArray();
+    writer.key("attributes");
+    writer.beginObject();
+    for (const auto& [attribute, getter] : plan.attributes) {
+        const Value own = getter ? (*getter)(object) : Value();
+        const Value& value = getter ? own : object.primitiveValue(*attribute);
+        if (value.isNil() || contains(excluded, attribute->name)) continue;
+        writer.member(attribute->name, value);
+    }
+    writer.endObject();
+}
+
+void ObjectJSONWriter::writeRelationships(JSONWriter& writer, std::string& out, const ManagedObject& object,
+                                          const EntityPlan& plan) {
+    const Value names = namesFrom(plan.relationshipsToNotSerialize, VLKSyncableMember::relationshipsToNotSerialize, object);
+    const Array* excluded = names.asArray();
+    writer.key("relationships");
+    writer.beginObject();
+    for (const auto& [relationship, opening] : plan.relationships) {
+        if (contains(excluded, relationship->name)) continue;
+        writer.key(relationship->name);
+        writer.raw(opening);
+        if (relationship->toMany) {
+            collectDestinationGuids(m_destinations, object, *relationship);
+            m_guids.clear();
+            for (const Value& guid : m_destinations) m_guids.push_back(*guid.asString());
+            sortGuids(m_guids);
+            writer.key("destination_objects");
+            writer.beginArray();
+            for (std::string_view guid : m_guids) writer.string(guid);
+            writer.endArray();
+        } else if (const auto destination = object.destination(*relationship)) {
+            if (const Value guid = guidOfObject(*destination); !guid.isNil()) writer.member("destination_object", guid);
+        }
+        out.push_back('}');
+    }
+    writer.endObject();
+}
+
+void collectDestinationGuids(std::vector<Value>& guids, const ManagedObject& object, const RelationshipDescription& toMany) {
+    guids.clear();
+    for (const auto& destination : object.destinations(toMany)) {
+        Value guid = guidOfObject(*destination);
+        if (guid.isNil()) {
+            VLKLog& log = VLKLog::sharedInstance();
+            log.logMessageAtLevel(100, "Attempting to serialize relationship: %@ from object %@, but destination has no guid. %@",
+                                  toMany.name, guidOfObject(object), *destination);
+            log.logMessageAtLevel(100, "I will crash now.");
+            failAssertion("A destination of a serialized relationship has no guid.");
+        }
+        guids.push_back(std::move(guid));
+    }
+}
+
+}  // namespace velkor
