@@ -81,7 +81,9 @@ struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::Stat
         const auto most = width < 0 ? pool.limit() : static_cast<std::size_t>(width);
         while (running.size() < most && !waiting.empty()) {
             auto operation = takeNext();
-            pool.run([self = shared_from_this(), operation = std::move(operation)]() mutable { self->runOnPool(std::move(operation)); });
+            pool.run([self = shared_from_this(), operation = std::move(operation)]() mutable {
+                self->runOnPool(std::move(operation));
+            });
         }
     }
 
@@ -170,7 +172,9 @@ std::ptrdiff_t OperationQueue::maxConcurrentOperationCount() const {
 
 void OperationQueue::addOperation(std::shared_ptr<Operation> operation) { m_state->add(std::move(operation)); }
 
-void OperationQueue::addOperation(std::function<void()> block) { m_state->add(std::make_shared<BlockOperation>(std::move(block))); }
+void OperationQueue::addOperation(std::function<void()> block) {
+    m_state->add(std::make_shared<BlockOperation>(std::move(block)));
+}
 
 std::vector<std::shared_ptr<Operation>> OperationQueue::operations() const {
     std::unique_lock lock(m_state->mutex);

@@ -13,7 +13,9 @@ namespace velkor::NS::detail {
 namespace {
 
 /// Whole milliseconds to wait, rounded up so that what is waited for is due afterwards.
-int millisecondsFor(double seconds) { return static_cast<int>(std::clamp(std::ceil(seconds * 1000), 0.0, static_cast<double>(INT_MAX))); }
+int millisecondsFor(double seconds) {
+    return static_cast<int>(std::clamp(std::ceil(seconds * 1000), 0.0, static_cast<double>(INT_MAX)));
+}
 
 int shorter(int one, int other) { return one < 0 ? other : other < 0 ? one : std::min(one, other); }
 

@@ -18,9 +18,9 @@ namespace velkor::NS::detail {
 
 class TransferLoop;
 
-/// libuv's loop, the posted blocks, the timers, and the list of what is ready to run. A turn first lets libuv collect events, then
-/// runs the list, so that no block ever runs inside a C call: it may raise, and it may start a turn of its own.
-/// All calls on the loop's thread, but `post`.
+/// libuv's loop, the posted blocks, the timers, and the list of what is ready to run. A turn first lets libuv collect events,
+/// then runs the list, so that no block ever runs inside a C call: it may raise, and it may start a turn of its own. All calls on
+/// the loop's thread, but `post`.
 class RunLoopCore : public std::enable_shared_from_this<RunLoopCore> {
 public:
     /// Deadline (seconds of `now()`) and a number that keeps equal deadlines in order.

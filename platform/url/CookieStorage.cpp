@@ -89,12 +89,13 @@ struct CookieStorage::State {
         share = curl_share_init();
         assertThat(share, "The shared cookies cannot be made");
         curl_share_setopt(share, CURLSHOPT_USERDATA, this);
-        curl_share_setopt(share, CURLSHOPT_LOCKFUNC, +[](CURL*, curl_lock_data data, curl_lock_access, void* self) {
-            static_cast<State*>(self)->shareLocks[data].lock();
-        });
-        curl_share_setopt(share, CURLSHOPT_UNLOCKFUNC, +[](CURL*, curl_lock_data data, void* self) {
-            static_cast<State*>(self)->shareLocks[data].unlock();
-        });
+        curl_share_setopt(
+            share, CURLSHOPT_LOCKFUNC, +[](CURL*, curl_lock_data data, curl_lock_access, void* self) {
+                static_cast<State*>(self)->shareLocks[data].lock();
+            });
+        curl_share_setopt(
+            share, CURLSHOPT_UNLOCKFUNC,
+            +[](CURL*, curl_lock_data data, void* self) { static_cast<State*>(self)->shareLocks[data].unlock(); });
         curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
         scratch.reset(curl_easy_init());
         curl_easy_setopt(scratch.get(), CURLOPT_SHARE, share);

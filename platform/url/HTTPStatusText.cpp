@@ -4,7 +4,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/base/Bundle.h"
+#include "platform/persistence/Bundle.h"
 #include "platform/url/URLConnection.h"
 
 namespace velkor::NS {
@@ -78,11 +78,16 @@ constexpr std::array statusTexts = std::to_array<StatusText>({
 
 std::string_view textForClass(std::int64_t statusClass) {
     switch (statusClass) {
-        case 1: return "informational";
-        case 2: return "success";
-        case 3: return "redirected";
-        case 4: return "client error";
-        default: return "server error";
+        case 1:
+            return "informational";
+        case 2:
+            return "success";
+        case 3:
+            return "redirected";
+        case 4:
+            return "client error";
+        default:
+            return "server error";
     }
 }
 

@@ -16,9 +16,9 @@ namespace velkor::NS::detail {
 /// See URLConnection.
 void setCertificateAuthorityFile(std::string path);
 
-/// One exchange. libcurl's callbacks only note what came (response, bytes, progress, end); the run loop then tells the delegate, so
-/// that the delegate may raise, cancel, destroy the connection or run the loop. Owned by its connection, which cancels it at the
-/// latest when it is destroyed, and by the loop while there is something to tell. The loop's thread only.
+/// One exchange. libcurl's callbacks only note what came (response, bytes, progress, end); the run loop then tells the delegate,
+/// so that the delegate may raise, cancel, destroy the connection or run the loop. Owned by its connection, which cancels it at
+/// the latest when it is destroyed, and by the loop while there is something to tell. The loop's thread only.
 class Transfer : public std::enable_shared_from_this<Transfer> {
 public:
     Transfer(URLConnection& connection, const URLRequest& request, URLConnectionDelegate* delegate)

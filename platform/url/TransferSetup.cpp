@@ -17,8 +17,9 @@ constexpr long mostRedirects = 16;
 constexpr double usualTimeout = 60;
 
 bool isToken(std::string_view text) {
-    return !text.empty() && text.find_first_not_of("!#$%&'*+-.^_`|~0123456789abcdefghijklmnopqrstuvwxyz"
-                                                   "ABCDEFGHIJKLMNOPQRSTUVWXYZ") == std::string_view::npos;
+    return !text.empty() && text.find_first_not_of(
+                                "!#$%&'*+-.^_`|~0123456789abcdefghijklmnopqrstuvwxyz"
+                                "ABCDEFGHIJKLMNOPQRSTUVWXYZ") == std::string_view::npos;
 }
 
 bool hasScheme(std::string_view url, std::string_view scheme) {
@@ -138,7 +139,8 @@ bool Transfer::configureHeaders() {
         if (!addHeaderLine(value.empty() ? name + ";" : name + ": " + value)) return false;
     }
     // Without these lines libcurl would send headers of its own.
-    const bool complete = addHeaderLine("Expect:") && (accepts || addHeaderLine("Accept:")) && (typed || addHeaderLine("Content-Type:"));
+    const bool complete =
+        addHeaderLine("Expect:") && (accepts || addHeaderLine("Accept:")) && (typed || addHeaderLine("Content-Type:"));
     set(CURLOPT_HTTPHEADER, m_headers.get());
     return complete;
 }

@@ -140,189 +140,120 @@ FakeAnswer FakeAnswer::redirect(std::string_view location, int status) {
     return text("moved", status).withHeader("Location", location);
 }
 
-FakeAnswer FakeAnswer::closeAtOnce() {
-    FakeAnswer answer;
-    answer.closing = true;
-    return answer;
-}
-
 FakeAnswer FakeAnswer::rawBytes(std::string_view bytes) {
-    FakeAnswer answer = closeAtOnce();
+    FakeAnswer answer;
     answer.raw = bytes;
     return answer;
 }
 
-FakeAnswer FakeAnswer::withHeader(std::string_view name, std::string_view value) && {
-    headers.emplace_back(name, value);
-    return std::move(*this);
-}
-FakeAnswer FakeAnswer::heldUntilReleased() && {
-    held = true;
-    return std::move(*this);
-}
-FakeAnswer FakeAnswer::heldAfterBytes(std::size_t bytes) && {
-    heldAfter = bytes;
-    return std::move(*this);
-}
-FakeAnswer FakeAnswer::cutOff(std::size_t bytes) && {
-    cutOffAfter = bytes;
-    return std::move(*this);
-}
-FakeAnswer FakeAnswer::truncated(std::size_t bytes) && {
-    body.resize(std::min(bytes, body.size()));
-    return std::move(*this);
-}
-FakeAnswer FakeAnswer::withoutLength() && {
-    unannounced = true;
-    return std::move(*this);
-}
+struct FakeService::State {
+    int listener = -1;
+    int port = 0;
+    std::thread acceptor;
+    std::mutex handlerMutex;
+    std::mutex mutex;
+    // Guarded by `mutex`.
+    std::condition_variable changed;
+    std::vector<std::shared_ptr<Route>> routes;
+    std::vector<FakeRequest> requests;
+    std::vector<std::shared_ptr<Peer>> peers;
+    std::vector<std::thread> threads;
+    NS::RunLoop* waiter = nullptr;  // woken by each request
+    std::size_t heldCount = 0;
+    std::size_t releasedCount = 0;
+    bool ending = false;
 
-class FakeService::Impl {
-public:
-    Impl() {
-        m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    void listen() {
+        listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
         auto* any = reinterpret_cast<sockaddr*>(&address);
-        if (m_listener < 0 || bind(m_listener, any, size) != 0 || listen(m_listener, 128) != 0 || getsockname(m_listener, any, &size) != 0) {
+        if (listener < 0 || bind(listener, any, size) != 0 || ::listen(listener, 128) != 0 ||
+            getsockname(listener, any, &size) != 0) {
             throw std::runtime_error("the fake service cannot listen");
         }
-        m_port = ntohs(address.sin_port);
-        m_acceptor = std::thread([this] { accept(); });
+        port = ntohs(address.sin_port);
+        acceptor = std::thread([this] { accept(); });
     }
 
-    ~Impl() {
-        {
-            std::unique_lock lock(m_mutex);
-            m_ending = true;
-            for (auto& peer : m_peers) peer->shutDown();
-            m_changed.notify_all();
-        }
-        ::shutdown(m_listener, SHUT_RDWR);
-        m_acceptor.join();
-        for (auto& thread : m_threads) thread.join();
-        close(m_listener);
-    }
-
-    int port() const { return m_port; }
-
-    void addRoute(Route route) {
-        std::unique_lock lock(m_mutex);
-        m_routes.insert(m_routes.begin(), std::make_shared<Route>(std::move(route)));
-    }
-
-    void release(std::size_t count) {
-        std::unique_lock lock(m_mutex);
-        m_released += count;
-        m_changed.notify_all();
-    }
-
-    std::vector<FakeRequest> requests(std::string_view prefix) const {
-        std::unique_lock lock(m_mutex);
-        std::vector<FakeRequest> matching;
-        for (const auto& request : m_requests) {
-            if (request.target.starts_with(prefix)) matching.push_back(request);
-        }
-        return matching;
-    }
-
-    std::size_t requestCount(std::string_view prefix) const {
-        std::unique_lock lock(m_mutex);
-        return static_cast<std::size_t>(
-            std::count_if(m_requests.begin(), m_requests.end(), [&](const auto& request) { return request.target.starts_with(prefix); }));
-    }
-
-    /// The loop that is woken by each request; null for none.
-    void setWaiter(NS::RunLoop* loop) {
-        std::unique_lock lock(m_mutex);
-        m_waiter = loop;
-    }
-
-private:
     void accept() {
-        for (int socket; (socket = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
-            std::unique_lock lock(m_mutex);
+        for (int socket; (socket = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+            std::unique_lock lock(mutex);
             auto peer = std::make_shared<Peer>(socket);
-            m_peers.push_back(peer);
-            if (m_ending) peer->shutDown();
-            m_threads.emplace_back([this, peer, number = m_peers.size()] { serve(*peer, number); });
+            peers.push_back(peer);
+            if (ending) peer->shutDown();
+            threads.emplace_back([this, peer, number = peers.size()] { serve(*peer, number); });
         }
     }
 
     void serve(Peer& peer, std::size_t number) {
         while (auto request = peer.read()) {
             request->connection = number;
-            if (!answer(peer, *request)) break;
+            if (!send(peer, *request, answerTo(*request))) break;
         }
         peer.shutDown();
     }
 
-    /// Records the request and answers it; false when the connection is to be closed.
-    bool answer(Peer& peer, const FakeRequest& request) {
+    FakeAnswer answerTo(const FakeRequest& request) {
         std::shared_ptr<Route> route;
         {
-            std::unique_lock lock(m_mutex);
-            auto found = std::find_if(m_routes.begin(), m_routes.end(), [&](auto& one) { return one->matches(request); });
-            if (found != m_routes.end()) route = *found;
-            m_requests.push_back(request);
-            if (m_waiter) m_waiter->post([] {});
+            std::unique_lock lock(mutex);
+            auto found = std::find_if(routes.begin(), routes.end(), [&](auto& one) { return one->matches(request); });
+            if (found != routes.end()) route = *found;
+            requests.push_back(request);
+            if (waiter) waiter->post([] {});
         }
-        FakeAnswer answer = FakeAnswer::json(R"({"error":"no such route"})", 404);
-        if (route) {
-            std::unique_lock lock(m_handlerMutex);
-            answer = route->handler(request);
-        }
+        if (!route) return FakeAnswer::json(R"({"error":"no such route"})", 404);
+        std::unique_lock lock(handlerMutex);
+        return route->handler(request);
+    }
+
+    /// False when the connection is to be closed.
+    bool send(Peer& peer, const FakeRequest& request, const FakeAnswer& answer) {
         if (answer.held && !hold()) return false;
-        if (answer.closing) {
-            peer.write(answer.raw);
-            return false;
-        }
+        if (answer.raw) return peer.write(*answer.raw) && false;
         return peer.write(headOf(answer)) && (request.method == "HEAD" || sendBody(peer, answer));
     }
 
     bool sendBody(Peer& peer, const FakeAnswer& answer) {
-        const auto send = [&](std::string_view part) {
-            return part.empty() || peer.write(answer.unannounced ? chunkOf(part) : std::string(part));
+        const auto sendPart = [&](std::string_view part) {
+            return part.empty() || (answer.unannounced ? peer.write(chunkOf(part)) : peer.write(part));
         };
         const std::string_view body = std::string_view(answer.body).substr(0, answer.cutOffAfter);
         const std::size_t first = std::min(answer.heldAfter, body.size());
-        if (!send(body.substr(0, first))) return false;
+        if (!sendPart(body.substr(0, first))) return false;
         if (answer.heldAfter != FakeAnswer::none && !hold()) return false;
-        if (!send(body.substr(first)) || answer.cutOffAfter != FakeAnswer::none) return false;
+        if (!sendPart(body.substr(first)) || answer.cutOffAfter != FakeAnswer::none) return false;
         return !answer.unannounced || peer.write("0\r\n\r\n");
     }
 
     /// Waits for the release; false when the service ends first.
     bool hold() {
-        std::unique_lock lock(m_mutex);
-        const auto ticket = ++m_held;
-        m_changed.wait(lock, [&] { return m_ending || m_released >= ticket; });
-        return !m_ending;
+        std::unique_lock lock(mutex);
+        const auto ticket = ++heldCount;
+        changed.wait(lock, [&] { return ending || releasedCount >= ticket; });
+        return !ending;
     }
-
-    int m_listener = -1;
-    int m_port = 0;
-    std::thread m_acceptor;
-    std::mutex m_handlerMutex;
-    mutable std::mutex m_mutex;
-    // Guarded by m_mutex.
-    std::condition_variable m_changed;
-    std::vector<std::shared_ptr<Route>> m_routes;
-    std::vector<FakeRequest> m_requests;
-    std::vector<std::shared_ptr<Peer>> m_peers;
-    std::vector<std::thread> m_threads;
-    NS::RunLoop* m_waiter = nullptr;
-    std::size_t m_held = 0;
-    std::size_t m_released = 0;
-    bool m_ending = false;
 };
 
-FakeService::FakeService() : m_impl(std::make_unique<Impl>()) {}
-FakeService::~FakeService() = default;
+FakeService::FakeService() : m_state(std::make_unique<State>()) { m_state->listen(); }
 
-int FakeService::port() const { return m_impl->port(); }
+FakeService::~FakeService() {
+    {
+        std::unique_lock lock(m_state->mutex);
+        m_state->ending = true;
+        for (auto& peer : m_state->peers) peer->shutDown();
+        m_state->changed.notify_all();
+    }
+    ::shutdown(m_state->listener, SHUT_RDWR);
+    m_state->acceptor.join();
+    for (auto& thread : m_state->threads) thread.join();
+    close(m_state->listener);
+}
+
+int FakeService::port() const { return m_state->port; }
 
 std::string FakeService::url(std::string_view host) const { return "http://" + std::string(host) + ":" + std::to_string(port()); }
 
@@ -334,20 +265,40 @@ void FakeService::script(std::string_view method, std::string_view prefix, std::
 }
 
 void FakeService::route(std::string_view method, std::string_view prefix, Handler handler) {
-    m_impl->addRoute({std::string(method), std::string(prefix), std::move(handler)});
+    std::unique_lock lock(m_state->mutex);
+    auto& routes = m_state->routes;
+    routes.insert(routes.begin(), std::make_shared<Route>(Route{std::string(method), std::string(prefix), std::move(handler)}));
 }
 
-void FakeService::release(std::size_t count) { m_impl->release(count); }
+void FakeService::release(std::size_t count) {
+    std::unique_lock lock(m_state->mutex);
+    m_state->releasedCount += count;
+    m_state->changed.notify_all();
+}
 
-std::vector<FakeRequest> FakeService::requests(std::string_view prefix) const { return m_impl->requests(prefix); }
+std::vector<FakeRequest> FakeService::requests(std::string_view prefix) const {
+    std::unique_lock lock(m_state->mutex);
+    std::vector<FakeRequest> matching;
+    std::copy_if(m_state->requests.begin(), m_state->requests.end(), std::back_inserter(matching),
+                 [&](const auto& request) { return request.target.starts_with(prefix); });
+    return matching;
+}
 
-std::size_t FakeService::requestCount(std::string_view prefix) const { return m_impl->requestCount(prefix); }
+std::size_t FakeService::requestCount(std::string_view prefix) const {
+    std::unique_lock lock(m_state->mutex);
+    const auto matches = [&](const auto& request) { return request.target.starts_with(prefix); };
+    return static_cast<std::size_t>(std::count_if(m_state->requests.begin(), m_state->requests.end(), matches));
+}
 
 bool FakeService::awaitRequests(std::size_t count, std::string_view prefix) {
     auto& loop = NS::RunLoop::current();
-    m_impl->setWaiter(&loop);
+    const auto setWaiter = [this](NS::RunLoop* waiter) {
+        std::unique_lock lock(m_state->mutex);
+        m_state->waiter = waiter;
+    };
+    setWaiter(&loop);
     const bool came = loop.runUntil([&] { return requestCount(prefix) >= count; }, static_cast<double>(patience.count()));
-    m_impl->setWaiter(nullptr);
+    setWaiter(nullptr);
     return came;
 }
 

@@ -1,6 +1,7 @@
 // A small HTTP/1.1 server on a free loopback port that answers by script, for tests of all layers.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -33,12 +34,11 @@ struct FakeAnswer {
     int status = 200;
     std::vector<std::pair<std::string, std::string>> headers;
     std::string body;
-    bool held = false;              // waits for `FakeService::release` before the first byte
-    std::size_t heldAfter = none;   // waits for `release` after so many bytes of the body
-    std::size_t cutOffAfter = none; // closes after so many bytes of the body, though the full length was announced
-    bool closing = false;           // closes without a byte
-    bool unannounced = false;       // sends the body in chunks, without a length
-    std::string raw;                // sent instead of an HTTP answer, then closes
+    bool held = false;               // waits for `FakeService::release` before the first byte
+    std::size_t heldAfter = none;    // waits for `release` after so many bytes of the body
+    std::size_t cutOffAfter = none;  // closes after so many bytes of the body, though the full length was announced
+    bool unannounced = false;        // sends the body in chunks, without a length
+    std::optional<std::string> raw;  // sent instead of an HTTP answer, then closes
 
     static FakeAnswer json(std::string_view text, int status = 200);
     static FakeAnswer text(std::string_view text, int status = 200, std::string_view type = "text/plain");
@@ -47,20 +47,23 @@ struct FakeAnswer {
     /// 409 as for a user whose lock another instance holds.
     static FakeAnswer busy() { return json(R"({"error":"User busy."})", 409); }
     static FakeAnswer redirect(std::string_view location, int status = 302);
+    /// Sends these bytes, which need be no HTTP, and closes the connection.
+    static FakeAnswer rawBytes(std::string_view bytes);
     /// Closes the connection without an answer.
-    static FakeAnswer closeAtOnce();
+    static FakeAnswer closeAtOnce() { return rawBytes({}); }
     /// Never answers (until the service ends).
     static FakeAnswer hang() { return FakeAnswer().heldUntilReleased(); }
-    /// Sends these bytes, which need be no HTTP, and closes.
-    static FakeAnswer rawBytes(std::string_view bytes);
 
-    FakeAnswer withHeader(std::string_view name, std::string_view value) &&;
-    FakeAnswer heldUntilReleased() &&;
-    FakeAnswer heldAfterBytes(std::size_t bytes) &&;
-    FakeAnswer cutOff(std::size_t bytes) &&;
+    FakeAnswer withHeader(std::string_view name, std::string_view value) && {
+        headers.emplace_back(name, value);
+        return std::move(*this);
+    }
+    FakeAnswer heldUntilReleased() && { return held = true, std::move(*this); }
+    FakeAnswer heldAfterBytes(std::size_t bytes) && { return heldAfter = bytes, std::move(*this); }
+    FakeAnswer cutOff(std::size_t bytes) && { return cutOffAfter = bytes, std::move(*this); }
     /// Only the first bytes of the body, announced as if they were all.
-    FakeAnswer truncated(std::size_t bytes) &&;
-    FakeAnswer withoutLength() &&;
+    FakeAnswer truncated(std::size_t bytes) && { return body.resize(std::min(bytes, body.size())), std::move(*this); }
+    FakeAnswer withoutLength() && { return unannounced = true, std::move(*this); }
 };
 
 /// The server runs from construction to destruction, each connection on a thread of its own; all calls from any thread. Requests
@@ -94,8 +97,8 @@ public:
     bool awaitRequests(std::size_t count, std::string_view prefix = {});
 
 private:
-    class Impl;
-    std::unique_ptr<Impl> m_impl;
+    struct State;
+    std::unique_ptr<State> m_state;
 };
 
 }  // namespace velkor::test

@@ -7,8 +7,8 @@
 
 namespace velkor::test {
 
-/// Holds the clock that a run loop's timers follow, so that a test moves it by hand: no timer fires but by `advance`. Time-outs of
-/// connections and of `runUntil` keep following the machine's clock. On the loop's thread; at its end time runs again.
+/// Holds the clock that a run loop's timers follow, so that a test moves it by hand: no timer fires but by `advance`. Time-outs
+/// of connections and of `runUntil` keep following the machine's clock. On the loop's thread; at its end time runs again.
 class ManualTime {
 public:
     explicit ManualTime(NS::RunLoop& loop = NS::RunLoop::main()) : m_loop(loop) { loop.core().holdTime(); }
