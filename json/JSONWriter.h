@@ -49,6 +49,8 @@ public:
     void raw(std::string_view json) { literal(json); }
     /// Any value, by the rules of CJSONDataSerializer.
     void value(const NS::Value& value);
+    /// Whether there is a rule for values of this kind and class (a member of it may still fail).
+    static bool hasRuleFor(const NS::Value& value) noexcept;
     /// `key(name)` and `value(...)`.
     void member(std::string_view name, const NS::Value& member) {
         key(name);
@@ -73,13 +75,16 @@ private:
     void integer(std::int64_t value);
     void unsignedInteger(std::uint64_t value);
     void quoted(std::string_view text);
+    void array(const NS::Array& array);
+    void dictionary(const NS::Dictionary& dictionary);
     void object(const NS::Value& value);
+    bool descend();
     void fail(std::string reason);
 
     std::string& m_out;
     std::string m_failure;
     bool m_comma = false;  // something stands before the next value in its collection
-    int m_depth = 0;       // of the value being written
+    int m_depth = 0;       // of the collections that `value` is writing
 };
 
 }  // namespace velkor

@@ -30,8 +30,9 @@ VELKOR_EXPORT std::optional<NS::Date> dateWithYYYYMMDD(std::string_view text);
 VELKOR_EXPORT std::string toYYYYMMDDhhmmss(NS::Date date);
 VELKOR_EXPORT std::optional<NS::Date> dateWithYYYYMMDDhhmmss(std::string_view text);
 
-/// "Today @ 3:15 PM", "Yesterday @ ...", a weekday of the last seven days "@ ...", or "Mar 5, 2013 @ 03:15", in the user's
-/// language.
+/// "Today", "Yesterday", a weekday of the last seven days or later, or "Mar 5, 2013", in the user's language.
+VELKOR_EXPORT std::string niceDescription(NS::Date date);
+/// The same with the time: "Today @ 3:15 PM", or "Mar 5, 2013 @ 03:15".
 VELKOR_EXPORT std::string niceDescriptionWithTime(NS::Date date);
 
 }  // namespace velkor

@@ -28,8 +28,6 @@ public:
 
 private:
     friend class OperationQueue;
-    void run();
-
     std::function<void()> m_completionBlock;
     std::atomic<bool> m_cancelled = false;
     std::atomic<bool> m_executing = false;

@@ -1,0 +1,10 @@
+#include "PelmoLib/encodings/VLKLog.h"
+
+namespace velkor {
+
+VLKLog& VLKLog::sharedInstance() {
+    static VLKLog& instance = *new VLKLog;  // outlives every user at exit
+    return instance;
+}
+
+}  // namespace velkor
