@@ -48,7 +48,6 @@ public:
     void setKeepsEveryChange(bool keeps) noexcept { m_keepsEveryChange = keeps; }
 
     void main() override;
-    void cancel() override;
 
     /// The "transaction" of each entry as a transaction in `ctx()`, in order.
     std::vector<std::shared_ptr<VLKTransaction>> convertJSONToTransactions(const NS::Array& entries) const;
@@ -62,8 +61,8 @@ public:
     /// The operation's context; null before `main` made it. Any thread may ask; only the operation uses it.
     std::shared_ptr<NS::ManagedObjectContext> ctx() const;
     /// Blob downloads not yet finished, and scheduled in all. Any thread.
-    std::int64_t downloadCount() const noexcept { return m_downloadCount; }
-    std::int64_t totalDownloadCount() const noexcept { return m_totalDownloadCount; }
+    std::int64_t downloadCount() const noexcept;
+    std::int64_t totalDownloadCount() const noexcept;
     /// Announces changes of "downloadCount".
     NS::Observable& progress() noexcept;
 
@@ -71,8 +70,8 @@ public:
 
 private:
     class Progress;
+    void writeAnswer();
     void makeContext();
-    void replay(const std::vector<std::shared_ptr<VLKTransaction>>& transactions);
     void finishedProcessing();
     void report(const NS::Exception& exception) const;
 
@@ -81,17 +80,15 @@ private:
     const NS::Array m_jsonData;
     const VLKContextCreator m_ctxCreator;
     const std::string m_wsServerUrl, m_email, m_password, m_appId;
+    const std::shared_ptr<Progress> m_progress;
     std::atomic<VLKChangeWriteOperationDelegate*> m_delegate = nullptr;
     std::atomic<bool> m_keepsEveryChange = false;
 
-    mutable std::mutex m_mutex;  // guards m_ctx
+    mutable std::mutex m_mutex;  // guards m_ctx, which only the operation's own thread sets
     std::shared_ptr<NS::ManagedObjectContext> m_ctx;
-    std::atomic<std::int64_t> m_downloadCount = 0;
-    std::atomic<std::int64_t> m_totalDownloadCount = 0;
     std::atomic<std::int64_t> m_numberOfErrors = 0;
     std::atomic<bool> m_saveFailed = false;
     std::vector<NS::Error> m_errors;  // the operation's thread
-    std::shared_ptr<Progress> m_progress;
 };
 
 }  // namespace velkor

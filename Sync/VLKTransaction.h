@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,16 +10,18 @@
 #include "json/JSONRepresentable.h"
 #include "objectstore/ManagedObject.h"
 #include "objectstore/ManagedObjectContext.h"
+#include "objectstore/ObjectClass.h"
 #include "platform/base/Data.h"
 #include "platform/base/Date.h"
 #include "platform/base/Dictionary.h"
+#include "platform/base/Error.h"
 #include "platform/base/Export.h"
 #include "platform/base/Value.h"
 #include "platform/persistence/KeyedArchiver.h"
 
 namespace velkor {
 
-class VLKReceivedPayload;
+struct VLKReceivedPayload;
 
 /// The values of a transaction's `type`, as the wire and the archive carry them.
 namespace VLKTransactionType {
@@ -111,11 +114,22 @@ protected:
     VLKTransaction() noexcept;
 
 private:
-    friend class VLKTransactionReplay;
+    friend class VLKBatchWriter;
+    friend class VLKPageReplay;
     friend class VLKTransactionWriter;
     enum class Kind : std::uint8_t { other, insert, update, remove, expired };
+    /// Finds a relationship's destination; null and an error when there is none.
+    using DestinationLookup =
+        std::function<std::shared_ptr<NS::ManagedObject>(const NS::ObjectClass&, std::string_view guid, NS::ErrorOut)>;
+
     static Kind kindOf(std::optional<std::string_view> type) noexcept;
     bool carriesObject() const noexcept { return m_kind == Kind::insert || m_kind == Kind::update; }
+    VLKReceivedPayload& payload();
+    std::shared_ptr<NS::ManagedObject> find(const NS::ObjectClass& objectClass, NS::ManagedObjectContext& context) const;
+    void writeObject(const NS::ObjectClass& objectClass, NS::ManagedObjectContext& context);
+    /// The received descriptions by name; null when there are none to replay.
+    const NS::Dictionary* receivedRelationships();
+    void replayRelationships(const DestinationLookup& lookup);
 
     std::optional<NS::Date> m_date;
     NS::Value m_type;  // texts are shared with the objects and dictionaries that they come from

@@ -1,0 +1,135 @@
+#include "Sync/VLKChangeWriteOperation.h"
+
+#include <utility>
+
+#include "PelmoLib/encodings/VLKLog.h"
+#include "Sync/VLKPageReplay.h"
+#include "platform/base/Format.h"
+#include "platform/base/SystemLog.h"
+#include "platform/concurrency/OperationQueue.h"
+
+namespace velkor {
+
+using namespace NS;
+
+namespace {
+
+constexpr std::int64_t mostErrors = 5;
+
+/// The elements of the array under the key; a value of another type counts as none, with a line at level 100.
+Array arrayUnderKey(const Dictionary& dictionary, std::string_view key) {
+    const Value& value = dictionary[key];
+    if (const Array* array = value.asArray()) return *array;
+    if (!value.isNil())
+        VLKLog::sharedInstance().logMessageAtLevel(100, "Ignoring %@ of an answer: it is of type %@, not an array.", key,
+                                                   value.className());
+    return {};
+}
+
+}  // namespace
+
+/// What observers of the operation see; it outlives the operation while one of their tasks runs.
+class VLKChangeWriteOperation::Progress : public Observable {
+public:
+    Value valueForKey(std::string_view key) const override {
+        if (key == "downloadCount") return downloadCount.load();
+        if (key == "totalDownloadCount") return totalDownloadCount.load();
+        return Observable::valueForKey(key);
+    }
+    std::atomic<std::int64_t> downloadCount = 0;
+    std::atomic<std::int64_t> totalDownloadCount = 0;
+};
+
+VLKChangeWriteOperation::VLKChangeWriteOperation(Dictionary result, VLKContextCreator contextCreator, std::string velkorSyncURL,
+                                                 std::string userEmail, std::string userPassword, std::string appId)
+    : m_resultDict(std::move(result)),
+      m_jsonData(arrayUnderKey(m_resultDict, "new_xactions")),
+      m_ctxCreator(std::move(contextCreator)),
+      m_wsServerUrl(std::move(velkorSyncURL)),
+      m_email(std::move(userEmail)),
+      m_password(std::move(userPassword)),
+      m_appId(std::move(appId)),
+      m_progress(std::make_shared<Progress>()) {}
+
+VLKChangeWriteOperation::~VLKChangeWriteOperation() = default;
+
+void VLKChangeWriteOperation::main() {
+    if (m_jsonData.empty()) return;
+    try {
+        writeAnswer();
+    } catch (const Exception& exception) {
+        report(exception);
+    } catch (const std::exception& exception) {
+        report(Exception(InternalInconsistencyException, exception.what()));
+    }
+}
+
+void VLKChangeWriteOperation::writeAnswer() {
+    VLKLog& log = VLKLog::sharedInstance();
+    makeContext();
+    const auto transactions = convertJSONToTransactions(m_jsonData);
+    log.logMessageAtLevel(300, "Processing %ld transactions.", transactions.size());
+    VLKPageReplay(*m_ctx, transactions).run();
+    log.logMessageAtLevel(300, "Attempting to download blobs...");
+    finishedProcessing();
+    log.logMessageAtLevel(300, "Finished processing transactions");
+}
+
+void VLKChangeWriteOperation::makeContext() {
+    auto context = m_ctxCreator ? m_ctxCreator() : nullptr;
+    if (!context) throw Exception(InvalidArgumentException, "The context creator gave no context.");
+    context->setAuthor(std::string(VLKSyncAuthor));
+    std::lock_guard lock(m_mutex);
+    m_ctx = std::move(context);
+}
+
+std::vector<std::shared_ptr<VLKTransaction>> VLKChangeWriteOperation::convertJSONToTransactions(const Array& entries) const {
+    std::vector<std::shared_ptr<VLKTransaction>> transactions;
+    transactions.reserve(entries.size());
+    for (const Value& entry : entries) {
+        const Dictionary* element = entry.asDictionary();
+        const Dictionary* transaction = element ? (*element)["transaction"].asDictionary() : nullptr;
+        if (!transaction) VLKLog::sharedInstance().logMessageAtLevel(100, "An element of new_xactions holds no transaction.");
+        transactions.push_back(VLKTransaction::transactionFromJSONDictionary(transaction ? *transaction : Dictionary(), ctx()));
+    }
+    return transactions;
+}
+
+void VLKChangeWriteOperation::finishedProcessing() {
+    if (failed()) {
+        VLKLog::sharedInstance().logMessageAtLevel(100, "Too many errors. Rolling back the sync.");
+        m_ctx->rollback();
+    } else if (const auto saved = m_ctx->save(); !saved && m_keepsEveryChange) {
+        m_errors.push_back(saved.error());
+        m_saveFailed = true;
+    }
+    if (!m_delegate) return;
+    OperationQueue::mainQueue().addOperation([self = std::static_pointer_cast<VLKChangeWriteOperation>(shared_from_this())] {
+        if (VLKChangeWriteOperationDelegate* delegate = self->delegate())
+            delegate->changeWriteOperationFinishedWritingData(*self);
+    });
+}
+
+void VLKChangeWriteOperation::report(const Exception& exception) const {
+    systemLog("Exception occurred in a background thread.");
+    systemLog(format("Name: %@", exception.name()));
+    systemLog(format("Reason: %@", exception.reason()));
+    systemLog(format("%@", exception.callStackSymbols()));
+    systemLog(format("User Info: %@", exception.userInfo()));
+    systemLog(format("The JSON Data being converted: %@", m_resultDict));
+}
+
+bool VLKChangeWriteOperation::failed() const noexcept { return m_numberOfErrors > mostErrors || m_saveFailed; }
+
+std::shared_ptr<ManagedObjectContext> VLKChangeWriteOperation::ctx() const {
+    std::lock_guard lock(m_mutex);
+    return m_ctx;
+}
+
+std::int64_t VLKChangeWriteOperation::downloadCount() const noexcept { return m_progress->downloadCount; }
+
+std::int64_t VLKChangeWriteOperation::totalDownloadCount() const noexcept { return m_progress->totalDownloadCount; }
+
+Observable& VLKChangeWriteOperation::progress() noexcept { return *m_progress; }
+
+}  // namespace velkor
