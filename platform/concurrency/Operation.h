@@ -28,6 +28,8 @@ public:
 
 private:
     friend class OperationQueue;
+    void run();
+
     std::function<void()> m_completionBlock;
     std::atomic<bool> m_cancelled = false;
     std::atomic<bool> m_executing = false;

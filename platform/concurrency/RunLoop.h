@@ -8,7 +8,7 @@
 namespace velkor::NS {
 
 namespace detail {
-struct RunLoopCore;
+class RunLoopCore;
 }
 
 /// One thread's loop of timers, connections and posted blocks. The main run loop belongs to the thread that first asks for
@@ -33,11 +33,14 @@ public:
     /// Runs until the condition holds (asked after every turn) or `timeoutSeconds` have passed; returns whether it holds. A negative
     /// time-out waits without limit.
     bool runUntil(const std::function<bool()>& condition, double timeoutSeconds);
-    /// Makes the innermost `run()` return; any thread.
+    /// Makes the innermost `run()` return, after the blocks posted before; any thread. Kept for the next `run()` when none has
+    /// dispatched it.
     void stop();
 
+    /// Readable when something is to be dispatched; the same for the life of the loop. Only to be waited for.
     int fileDescriptor() const;
-    /// How long the host may wait at most; -1: until the descriptor is readable.
+    /// How long the host may wait at most; -1: until the descriptor is readable. Asked after each dispatchPending: whatever brings
+    /// work forward outside of it makes the descriptor readable.
     int timeoutMilliseconds() const;
     /// Runs what is due, without waiting.
     void dispatchPending();
@@ -51,7 +54,7 @@ public:
 
 private:
     RunLoop();
-    std::unique_ptr<detail::RunLoopCore> m_core;
+    std::shared_ptr<detail::RunLoopCore> m_core;
 };
 
 }  // namespace velkor::NS

@@ -15,6 +15,10 @@ namespace velkor::NS {
 class RunLoop;
 class URLConnection;
 
+namespace detail {
+class Transfer;
+}
+
 struct URLResponse {
     std::string url;
     std::int64_t statusCode = 0;
@@ -54,8 +58,10 @@ public:
 };
 
 /// One HTTP exchange. TLS certificates and host names are verified, redirects are followed (at most 16; credentials never go to
-/// another host), only http and https are spoken, responses are never cached, connections to a host are reused. Bodies may be
-/// larger than memory allows nowhere: `setMaximumResponseSize` bounds what is taken in. All calls on the run loop's thread.
+/// another host), only http and https are spoken, responses are never cached, connections to a host are reused. The length of the
+/// body is counted here, whatever Content-Length the request names. The time-out bounds how long nothing moves, not the whole
+/// exchange. Bodies may be larger than memory allows nowhere: `setMaximumResponseSize` bounds what is taken in; the request's body
+/// is not copied. All calls on the run loop's thread.
 class VELKOR_EXPORT URLConnection : public Object {
 public:
     /// The connection keeps a copy of the request; the delegate is not owned and must live until the last call or `cancel()`.
@@ -71,12 +77,12 @@ public:
     /// Most body bytes that an answer may have (1 GiB unless set); a longer one fails with URLError::bodyTooLong.
     void setMaximumResponseSize(std::uint64_t bytes);
 
-    /// Process-wide settings, before the first connection: a file with extra trusted certificates (PEM). Empty: the system's.
+    /// Process-wide, before the first connection: a file with certificates (PEM) that are trusted besides those in the system's
+    /// directory. Empty: the system's.
     static void setCertificateAuthorityFile(std::string path);
 
 private:
-    struct State;
-    std::shared_ptr<State> m_state;
+    std::shared_ptr<detail::Transfer> m_transfer;
 };
 
 /// The localized text for an HTTP status code, such as "not found" for 404 ("server error" texts for unknown ones).

@@ -1,0 +1,90 @@
+// What happens behind one URLConnection.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/concurrency/RunLoopCore.h"
+#include "platform/url/Curl.h"
+#include "platform/url/URLConnection.h"
+
+namespace velkor::NS::detail {
+
+/// See URLConnection.
+void setCertificateAuthorityFile(std::string path);
+
+/// One exchange. libcurl's callbacks only note what came (response, bytes, progress, end); the run loop then tells the delegate,
+/// so that the delegate may raise, cancel, destroy the connection or run the loop. Owned by its connection, which cancels it at
+/// the latest when it is destroyed, and by the loop while there is something to tell. The loop's thread only.
+class Transfer : public std::enable_shared_from_this<Transfer> {
+public:
+    Transfer(URLConnection& connection, const URLRequest& request, URLConnectionDelegate* delegate)
+        : m_connection(connection), m_request(request), m_delegate(delegate) {}
+
+    void scheduleIn(RunLoop& loop);
+    void start();
+    void cancel();
+    const URLRequest& request() const noexcept { return m_request; }
+    void setMaximumSize(std::uint64_t bytes) noexcept { m_maximumSize = bytes; }
+
+    /// For the TransferLoop: libcurl is done with the handle.
+    void ended(CURLcode result);
+    /// For the TransferLoop: the loop ends before the transfer.
+    void abandon(CURLM* multi);
+
+private:
+    enum class ResponseState { none, complete, told };
+
+    std::optional<Error> configure();
+    void configureBody();
+    bool configureHeaders();
+    bool addHeaderLine(const std::string& line);
+    template <class T>
+    void set(CURLoption option, T value) noexcept;
+
+    static std::size_t headerCame(char* bytes, std::size_t, std::size_t size, void* self);
+    static std::size_t bytesCame(char* bytes, std::size_t, std::size_t size, void* self);
+    static int progressed(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent);
+    bool takeHeaderLine(std::string_view line);
+    void prepareRedirect();
+    bool finishHeaders();
+    Error errorFor(CURLcode result) const;
+
+    void announce();
+    bool hasNews() const noexcept;
+    void deliver();
+    void tellNext();
+
+    URLConnection& m_connection;
+    const URLRequest m_request;
+    URLConnectionDelegate* m_delegate;  // none after the last call, or when cancelled
+    std::weak_ptr<RunLoopCore> m_core;
+    std::uint64_t m_maximumSize = std::uint64_t(1) << 30;
+    bool m_scheduled = false;
+    bool m_started = false;
+
+    // While the exchange runs.
+    CurlEasy m_handle;
+    CurlList m_headers;
+    char m_errorText[CURL_ERROR_SIZE] = "";
+    CURLcode m_optionResult = CURLE_OK;
+    bool m_tooLong = false;
+    bool m_badHeaders = false;
+    std::size_t m_headerBytes = 0;
+    std::uint64_t m_received = 0;
+
+    // What came, until it is told.
+    bool m_announced = false;
+    URLResponse m_response;
+    ResponseState m_responseState = ResponseState::none;
+    std::int64_t m_sent = 0;
+    std::int64_t m_sentTold = 0;
+    std::string m_bytes;
+    bool m_ended = false;
+    std::optional<Error> m_error;
+};
+
+}  // namespace velkor::NS::detail

@@ -1,0 +1,51 @@
+// The connections' part of a run loop: one libcurl multi handle driven by libuv.
+#pragma once
+
+#include <uv.h>
+
+#include <memory>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/concurrency/RunLoopCore.h"
+#include "platform/url/Curl.h"
+
+namespace velkor::NS::detail {
+
+class Transfer;
+
+/// Drives the transfers of one run loop; connections to a host are kept and used again. Belongs to the loop's core, made by the
+/// first transfer; when the loop ends, running transfers end without a word. All calls on the loop's thread.
+class TransferLoop {
+public:
+    static TransferLoop& of(RunLoopCore& core);
+    explicit TransferLoop(RunLoopCore& core);
+    ~TransferLoop();
+
+    /// A handle without options.
+    CurlEasy takeHandle();
+    /// For the next transfer; its caches are worth keeping.
+    void giveBack(CurlEasy handle);
+
+    /// Starts the transfer whose handle this is; it is told its end (`Transfer::ended`) unless it is removed before.
+    void add(Transfer& transfer, CURL* handle);
+    void remove(Transfer& transfer, CURL* handle);
+
+private:
+    /// One socket that libcurl wants to have watched.
+    struct Watcher;
+
+    static int socketChanged(CURL*, curl_socket_t socket, int what, void* self, void* watcher);
+    static int timeChanged(CURLM*, long milliseconds, void* self);
+    static void socketReady(uv_poll_t* poll, int status, int events);
+    static void timeReached(uv_timer_t* timer);
+    void act(curl_socket_t socket, int events);
+
+    RunLoopCore& m_core;
+    CURLM* m_multi;
+    uv_timer_t* m_timer;  // libuv wants it until it is closed
+    std::unordered_set<Transfer*> m_running;
+    std::vector<CurlEasy> m_spareHandles;
+};
+
+}  // namespace velkor::NS::detail
