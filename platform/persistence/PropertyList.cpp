@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "platform/base/Format.h"
-#include "platform/base/Utf8.h"
+#include "platform/base/UTF8.h"
 #include "platform/persistence/AtomicFile.h"
 #include "platform/persistence/PropertyListScan.h"
 
@@ -33,7 +33,7 @@ bool isPropertyListText(std::string_view text) {
     for (const char c : text) {
         if (static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r') return false;
     }
-    return isValidUtf8(text);
+    return isValidUTF8(text);
 }
 
 // Turns a value into the library's nodes. The first thing that has no form in a property list ends it.
