@@ -83,7 +83,7 @@ void dump(Installation& installation, const Arguments&) {
 void listPending(Installation& installation, const Arguments&) {
     std::vector<std::pair<std::string, NS::Value>> rows;
     for (const auto& [guid, transaction] : installation.controller().changes()) {
-        rows.emplace_back(guid, NS::Dictionary{{"guid", guid}, {"type", transaction->type()}, {"object_type", transaction->objType()}});
+        rows.emplace_back(guid, NS::Dictionary{{"guid", guid}, {"type", transaction->type().value_or("")}, {"object_type", transaction->objType().value_or("")}});
     }
     std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     NS::Array sorted;
