@@ -1,0 +1,192 @@
+// velkor-notes as its users' scripts see it: output to the letter, exit statuses, files.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+#include "tests/system/Hosts.h"
+
+namespace velkor::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string contentOf(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void write(const fs::path& file, const std::string& content) {
+    fs::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << content;
+}
+
+class NotesProgramTest : public testing::Test {
+protected:
+    TemporaryDirectory directory;
+    Host host{directory / "host", "http://127.0.0.1:9"};
+};
+
+TEST_F(NotesProgramTest, WrongUseIsStatus2WithTheUsageLine) {
+    const std::vector<std::vector<std::string>> wrong = {
+        {}, {"frobnicate"}, {"--frobnicate", "ls"}, {"add"}, {"add", "a", "b"}, {"show"}, {"ls", "x"}, {"add", "t", "--rating", "many"},
+        {"add", "t", "--rating", "99999999999"}, {"add", "t", "--score", "nan"}, {"--timeout", "0", "ls"},
+        {"watch", "--interval", "0"}, {"add", "t", "--body"},
+    };
+    for (const auto& arguments : wrong) {
+        Outcome outcome = host.run(arguments);
+        EXPECT_EQ(outcome.status, 2) << testing::PrintToString(arguments) << outcome.err;
+        EXPECT_NE(outcome.err.find("usage: velkor-notes [OPTION]... COMMAND [ARGUMENT]..."), std::string::npos);
+        EXPECT_TRUE(outcome.err.starts_with("velkor-notes: ")) << outcome.err;
+        EXPECT_EQ(outcome.out, "");
+    }
+}
+
+TEST_F(NotesProgramTest, FailuresAreStatus1AndOneLine) {
+    const std::vector<std::vector<std::string>> failing = {
+        {"show", "nothing"}, {"rm", "nothing"}, {"edit", "nothing", "--title", "x"}, {"sync"}, {"watch"}, {"logout"}, {"rollback"},
+        {"add", "x", "--notebook", "nothing"}, {"import", "/nonexistent/path"},
+    };
+    for (const auto& arguments : failing) {
+        Outcome outcome = host.run(arguments);
+        EXPECT_EQ(outcome.status, 1) << testing::PrintToString(arguments);
+        EXPECT_TRUE(outcome.err.starts_with("velkor-notes: ")) << outcome.err;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    }
+    host.must({"add", "x", "--guid", "G"});
+    EXPECT_EQ(host.run({"add", "y", "--guid", "G"}).status, 1);
+    EXPECT_EQ(host.run({"notebook", "y", "--guid", "G"}).status, 1);
+}
+
+TEST_F(NotesProgramTest, DumpStatesEveryObjectToTheLetter) {
+    Environment utc{{"TZ", "UTC"}};
+    EXPECT_EQ(host.must({"notebook", "Work", "--guid", "NB"}), "NB");
+    EXPECT_EQ(host.must({"add", "First", "--guid", "N1", "--body", "a \"b\"\n", "--notebook", "NB", "--tag", "red", "--rating", "-3", "--score",
+                         "0.1", "--pinned"}),
+              "N1");
+    host.must({"draft", "only here"});
+    std::string dump = host.run({"dump"}, utc).out;
+    auto replaceAll = [&dump](const char* key) {
+        for (auto at = dump.find(key); at != dump.npos; at = dump.find(key, at + 1)) {
+            auto begin = at + std::string(key).size();
+            dump.replace(begin, dump.find('"', begin) - begin, "T");
+        }
+    };
+    EXPECT_NE(dump.find("+0000\""), std::string::npos);
+    replaceAll("\"createdAt\":\"");
+    replaceAll("\"modifiedAt\":\"");
+    // The tag's guid is the only one that the test did not choose.
+    auto tagAt = dump.find("{\"entity\":\"Tag\",\"guid\":\"") + 23;
+    std::string tag = dump.substr(tagAt, 36);
+    for (auto at = dump.find(tag); at != dump.npos; at = dump.find(tag)) dump.replace(at, 36, "TAG");
+    EXPECT_EQ(dump,
+              R"({"entity":"LocalDraft","guid":null,"attributes":{"text":"only here"},"relationships":{}})"
+              "\n"
+              R"({"entity":"Note","guid":"N1","attributes":{"guid":"N1","title":"First","body":"a \"b\"\n","createdAt":"T","modifiedAt":"T","pinned":true,"rating":-3,"score":0.1},"relationships":{"notebook":"NB","tags":["TAG"],"attachments":[]}})"
+              "\n"
+              R"({"entity":"Notebook","guid":"NB","attributes":{"guid":"NB","title":"Work"},"relationships":{"notes":["N1"]}})"
+              "\n"
+              R"({"entity":"Tag","guid":"TAG","attributes":{"guid":"TAG","name":"red"},"relationships":{"notes":["N1"]}})"
+              "\n");
+    EXPECT_EQ(host.must({"show", "N1"}), "a \"b\"");
+    EXPECT_EQ(host.run({"--json", "show", "N1"}, utc).out.substr(0, 29), R"({"entity":"Note","guid":"N1",)");
+}
+
+TEST_F(NotesProgramTest, PendingAndStateTellWhatWaits) {
+    host.must({"add", "One", "--guid", "B"});
+    host.must({"notebook", "Two", "--guid", "A"});
+    host.must({"notebook", "Secret", "--private", "--guid", "S"});
+    host.must({"edit", "B", "--title", "Once"});
+    EXPECT_EQ(host.must({"pending"}),
+              R"([{"guid":"A","type":"INSERT_XACTION","object_type":"Notebook"},{"guid":"B","type":"UPDATE_XACTION","object_type":"Note"}])");
+    host.must({"rm", "B"});
+    EXPECT_EQ(host.must({"pending"}),
+              R"([{"guid":"A","type":"INSERT_XACTION","object_type":"Notebook"},{"guid":"B","type":"DELETE_XACTION","object_type":"Note"}])");
+    std::string state = host.must({"state"});
+    EXPECT_EQ(state.substr(state.find(R"("highest_xaction")")),
+              R"("highest_xaction":-1,"last_sync":null,"schema_sent":null,"pending":2,"user":null})");
+    EXPECT_EQ(state, host.must({"state"})) << "the instance identifier stays";
+}
+
+TEST_F(NotesProgramTest, ExportGivesBackWhatImportTookIn) {
+    fs::path tree = directory / "tree";
+    write(tree / "a.txt", "text");
+    write(tree / "empty", "");
+    write(tree / "sub dir/ümlaut \"q\".txt", "\xEF\xBB\xBF" "bom and \r\n and \x01 control");
+    write(tree / "sub dir/deep/b", std::string(300'000, 'x'));
+    write(tree / "sub dir/binary", std::string("a\0b", 3));
+    write(tree / "sub dir/latin1", "caf\xE9");
+    fs::create_directories(tree / "none");
+    fs::create_symlink("a.txt", tree / "link");
+    Outcome imported = host.run({"import", tree.string()});
+    EXPECT_EQ(imported.out, "imported 4 notebooks, 4 notes, 0 attachments\n");
+    EXPECT_NE(imported.err.find("symbolic link"), std::string::npos);
+    EXPECT_EQ(host.must({"export", directory / "out"}), "exported 4 notebooks, 4 notes, 0 attachments");
+    for (const char* file : {"a.txt", "empty", "sub dir/ümlaut \"q\".txt", "sub dir/deep/b"}) {
+        EXPECT_EQ(contentOf(directory.path() / "out/tree" / file), contentOf(tree / file)) << file;
+    }
+    EXPECT_TRUE(fs::is_directory(directory.path() / "out/tree/none"));
+    EXPECT_EQ(host.run({"export", directory / "out"}).status, 1) << "the directory is not empty";
+}
+
+TEST_F(NotesProgramTest, ExportNeverLeavesItsDirectory) {
+    host.must({"notebook", "../../up//x", "--guid", "NB"});
+    host.must({"add", "../escape", "--notebook", "NB", "--guid", "11111111-1", "--body", "1"});
+    host.must({"add", ".._escape", "--notebook", "NB", "--guid", "22222222-2", "--body", "2"});
+    host.must({"add", "", "--guid", "33333333-3", "--body", "3"});
+    host.must({"export", directory / "out"});
+    fs::path base = directory.path() / "out";
+    EXPECT_EQ(contentOf(base / "_/_/up/_/x/.._escape"), "1");
+    EXPECT_EQ(contentOf(base / "_/_/up/_/x/.._escape (22222222)"), "2");
+    EXPECT_EQ(contentOf(base / "_ (33333333)"), "3");
+}
+
+TEST_F(NotesProgramTest, DamagedAndForeignFilesAreToldAndKept) {
+    host.must({"add", "Kept", "--guid", "K"});
+    write(host.directory() / "SyncState.plist", "garbage");
+    Outcome outcome = host.run({"pending"});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_NE(outcome.err.find("SyncState.plist.damaged"), std::string::npos);
+    EXPECT_EQ(contentOf(host.directory() / "SyncState.plist.damaged"), "garbage");
+    EXPECT_EQ(outcome.out, "[{\"guid\":\"K\",\"type\":\"INSERT_XACTION\",\"object_type\":\"Note\"}]\n") << "the store's history brings it back";
+
+    Host other(directory / "other", "http://127.0.0.1:9");
+    const std::string foreign = "This is no database, but somebody wants to keep it. " + std::string(5000, '.');
+    write(other.directory() / "Notes.sqlite", foreign);
+    outcome = other.run({"ls"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.err.find("Notes.sqlite"), std::string::npos) << outcome.err;
+    EXPECT_EQ(contentOf(other.directory() / "Notes.sqlite"), foreign);
+}
+
+TEST_F(NotesProgramTest, ASecondProcessWaitsForTheFirst) {
+    Service service(directory / "service");
+    Host real(directory / "real", service.url());
+    real.must({"signup", "u@example.org", "pw"});
+    struct stat info {};
+    ASSERT_EQ(::stat((real.directory() / "account.json").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+
+    // A service that never answers keeps the first process in its cycle.
+    service.program().signal(SIGSTOP);
+    auto syncing = real.start({"sync"});
+    while (::access((real.directory() / ".lock").c_str(), F_OK) != 0 && syncing->isRunning()) {
+    }
+    Outcome second;
+    for (int i = 0; i < 20; ++i) {
+        second = real.run({"ls"});
+        if (second.status != 0) break;  // until the first one holds the directory
+    }
+    EXPECT_EQ(second.status, 1);
+    EXPECT_NE(second.err.find("in use by another process"), std::string::npos) << second.err;
+    service.program().signal(SIGCONT);
+    EXPECT_EQ(syncing->wait().status, 0) << syncing->wait().err;
+    EXPECT_EQ(real.run({"ls"}).status, 0);
+}
+
+}  // namespace
+}  // namespace velkor::test
