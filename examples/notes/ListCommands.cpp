@@ -1,6 +1,7 @@
 // Commands that only read.
 #include <VelkorSync/NSDate+Utils.h>
 #include <VelkorSync/VLKSyncableObjectHasher.h>
+#include <VelkorSync/VLKTransaction.h>
 
 #include <algorithm>
 #include <iomanip>

@@ -107,12 +107,13 @@ TEST_F(DeathTest, HostDiesAtEveryStepOfALocalCommand) {
             // What the store took in is pending, even though the sync state was not saved.
             auto now = guidsIn(a.must({"dump"})), pending = pendingGuids(a);
             for (const auto& guid : now) {
-                if (!old.contains(guid)) EXPECT_TRUE(pending.contains(guid)) << guid << " is neither pending nor acknowledged";
+                EXPECT_TRUE(old.contains(guid) || pending.contains(guid)) << guid << " is neither pending nor acknowledged";
             }
             for (const auto& guid : old) {
-                if (!now.contains(guid)) EXPECT_TRUE(pending.contains(guid)) << "the deletion of " << guid << " is lost";
+                EXPECT_TRUE(now.contains(guid) || pending.contains(guid)) << "the deletion of " << guid << " is lost";
             }
-            if (a.must({"show", "N1", "--json"}).find("\"title\":\"Changed\"") != std::string::npos) EXPECT_TRUE(pending.contains("N1"));
+            bool changed = a.must({"show", "N1", "--json"}).find("\"title\":\"Changed\"") != std::string::npos;
+            EXPECT_TRUE(!changed || pending.contains("N1")) << "the edit is lost";
             expectConvergence(service, command[0] + " died at step " + std::to_string(step));
             if (HasFailure()) return;
         }
@@ -163,7 +164,7 @@ TEST_F(DeathTest, ServiceDiesAtEveryStepOfASync) {
             Host(directory / "run/A", service.url()).run({"sync"});
         }
         died = !service.isRunning();
-        if (step == 1) EXPECT_TRUE(died) << "the service counts no durable steps";
+        EXPECT_TRUE(died || step > 1) << "the service counts no durable steps";
         service.restart();
         expectConvergence(service, "the service died at step " + std::to_string(step));
         EXPECT_NE(Host(directory / "run/B", service.url()).must({"dump"}).find("Edited on A"), std::string::npos);
