@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/concurrency/Timer.h"
 #include "tests/platform/url/ConnectionRecorder.h"
 #include "tests/support/FakeService.h"
 
@@ -46,7 +47,8 @@ TEST_F(URLConnectionTest, TellsResponseBytesAndEnd) {
     EXPECT_EQ(got.body, "hello");
     EXPECT_EQ(got.code(), 0);
     EXPECT_EQ(got.response->expectedContentLength, 5);
-    const URLRequest::Headers expected{{"Content-Type", "text/plain"}, {"X-Twice", "1"}, {"x-twice", "2"}, {"Content-Length", "5"}};
+    const URLRequest::Headers expected{
+        {"Content-Type", "text/plain"}, {"X-Twice", "1"}, {"x-twice", "2"}, {"Content-Length", "5"}};
     EXPECT_EQ(got.response->headers, expected);
     EXPECT_EQ(lastRequest().target, "/a?b=c");
 
@@ -105,8 +107,11 @@ TEST_F(URLConnectionTest, FailuresHaveACodeAndATextAndComeLater) {
     service.script("", "/cut", {FakeAnswer::text("0123456789").cutOff(4)});
     service.script("", "/chunks", {FakeAnswer::text("0123456789").withoutLength().cutOff(4)});
     service.script("", "/garbage", {FakeAnswer::rawBytes("SSH-2.0-noise\r\n\r\nmore")});
-    service.script("", "/headers", {FakeAnswer::text("").withHeader("X-Long", std::string(90'000, 'h')).withHeader("X", std::string(90'000, 'h'))
-                                        .withHeader("Y", std::string(90'000, 'h'))});
+    service.script("", "/headers",
+                   {FakeAnswer::text("")
+                        .withHeader("X-Long", std::string(90'000, 'h'))
+                        .withHeader("X", std::string(90'000, 'h'))
+                        .withHeader("Y", std::string(90'000, 'h'))});
     service.script("", "/loop", {FakeAnswer::redirect("/loop")});
     service.script("", "/file", {FakeAnswer::redirect("file:///etc/passwd")});
     service.script("", "/hang", {FakeAnswer::hang()});
@@ -153,7 +158,8 @@ TEST_F(URLConnectionTest, FailuresHaveACodeAndATextAndComeLater) {
 }
 
 TEST_F(URLConnectionTest, ARequestThatWouldSplitItsHeadIsRefused) {
-    for (const auto& [name, value] : URLRequest::Headers{{"X", "a\r\nEvil: 1"}, {"X\r\nEvil", "1"}, {"X Y", "1"}, {"", "1"}, {"X", std::string("\0", 1)}}) {
+    for (const auto& [name, value] :
+         URLRequest::Headers{{"X", "a\r\nEvil: 1"}, {"X\r\nEvil", "1"}, {"X Y", "1"}, {"", "1"}, {"X", std::string("\0", 1)}}) {
         auto bad = request(url(), "GET");
         bad.addValueForHTTPHeaderField(value, name);
         EXPECT_EQ(exchange(bad).code(), URLError::unknown) << name;
@@ -163,14 +169,23 @@ TEST_F(URLConnectionTest, ARequestThatWouldSplitItsHeadIsRefused) {
 }
 
 TEST_F(URLConnectionTest, TheTimeoutRunsOnlyWhileNothingMoves) {
-    // 5 bytes, the last one only after the time-out would have ended the whole exchange.
-    service.script("", "/slow", {FakeAnswer::text("12345").heldAfterBytes(2)});
+    const std::string body(1000, 'x');
+    service.script("", "/slow", {FakeAnswer::text(body).heldUntilReleased().heldAfterBytes(500)});
     auto slow = request(url("/slow"), "GET");
-    slow.setTimeoutInterval(1);
-    auto stalled = exchange(slow);
-    EXPECT_EQ(stalled.code(), URLError::timedOut);
-    EXPECT_EQ(stalled.status(), 200);
-    EXPECT_EQ(stalled.body, "12");
+    slow.setTimeoutInterval(2);
+    auto releases = Timer::scheduledTimer(loop, 1.2, true, [&](Timer&) { service.release(); });
+    auto whole = exchange(slow);
+    releases->invalidate();
+    EXPECT_EQ(whole.code(), 0) << "slower in all than the time-out, but never idle for so long";
+    EXPECT_EQ(whole.body, body);
+
+    service.script("", "/stalled", {FakeAnswer::text("12345").heldAfterBytes(2)});
+    auto stalled = request(url("/stalled"), "GET");
+    stalled.setTimeoutInterval(1);
+    auto part = exchange(stalled);
+    EXPECT_EQ(part.code(), URLError::timedOut);
+    EXPECT_EQ(part.status(), 200);
+    EXPECT_EQ(part.body, "12");
 }
 
 TEST_F(URLConnectionTest, ChunksAreHandedOnAsTheyCome) {
