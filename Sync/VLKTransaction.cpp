@@ -47,6 +47,17 @@ VLKTransaction::VLKTransaction(std::string_view type, const std::shared_ptr<Mana
         m_ctx = std::static_pointer_cast<ManagedObjectContext>(context->shared_from_this());
 }
 
+VLKTransaction::VLKTransaction(std::string_view type, std::string_view className, Value guid,
+                               std::shared_ptr<ManagedObjectContext> context)
+    : m_date(Date::now()),
+      m_type(type),
+      m_objGuid(std::move(guid)),
+      m_objType(className),
+      m_ctx(std::move(context)),
+      m_kind(kindOf(type)) {
+    VLKLog::sharedInstance().logMessageAtLevel(300, "%s", "-[VLKTransaction initWithType:forObject:]");
+}
+
 VLKTransaction::VLKTransaction(std::string_view className, std::string_view guid, std::shared_ptr<ManagedObjectContext> context)
     : m_date(Date::now()),
       m_type(VLKTransactionType::deleteXaction),
@@ -80,6 +91,11 @@ VLKTransaction::VLKTransaction(const Coder& coder) {
 std::shared_ptr<VLKTransaction> VLKTransaction::transactionOfType(std::string_view type,
                                                                   const std::shared_ptr<ManagedObject>& object) {
     return std::shared_ptr<VLKTransaction>(new VLKTransaction(type, object));
+}
+
+std::shared_ptr<VLKTransaction> VLKTransaction::transactionOfType(std::string_view type, std::string_view className, Value guid,
+                                                                  std::shared_ptr<ManagedObjectContext> context) {
+    return std::shared_ptr<VLKTransaction>(new VLKTransaction(type, className, std::move(guid), std::move(context)));
 }
 
 std::shared_ptr<VLKTransaction> VLKTransaction::deleteTransactionForObjectOfType(std::string_view className,

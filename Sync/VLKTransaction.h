@@ -42,6 +42,9 @@ public:
     /// A local transaction about the object as it is now, in the object's own context.
     static std::shared_ptr<VLKTransaction> transactionOfType(std::string_view type,
                                                              const std::shared_ptr<NS::ManagedObject>& object);
+    /// A local transaction about an object that is looked up by its class and guid when it is needed.
+    static std::shared_ptr<VLKTransaction> transactionOfType(std::string_view type, std::string_view className, NS::Value guid,
+                                                             std::shared_ptr<NS::ManagedObjectContext> context);
     /// A local deletion of an object that the store no longer has.
     static std::shared_ptr<VLKTransaction> deleteTransactionForObjectOfType(std::string_view className, std::string_view guid,
                                                                             std::shared_ptr<NS::ManagedObjectContext> context);
@@ -108,6 +111,8 @@ public:
 
 protected:
     VLKTransaction(std::string_view type, const std::shared_ptr<NS::ManagedObject>& object);
+    VLKTransaction(std::string_view type, std::string_view className, NS::Value guid,
+                   std::shared_ptr<NS::ManagedObjectContext> context);
     VLKTransaction(std::string_view className, std::string_view guid, std::shared_ptr<NS::ManagedObjectContext> context);
     VLKTransaction(const NS::Dictionary& dictionary, std::shared_ptr<NS::ManagedObjectContext> context);
     explicit VLKTransaction(const NS::Coder& coder);
