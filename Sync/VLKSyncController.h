@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "PelmoLib/JSONWebCommand.h"
 #include "Sync/VLKSyncProperties.h"
 #include "objectstore/ObjectSet.h"
 #include "platform/base/Export.h"
@@ -20,7 +21,6 @@ class EntityDescription;
 class ManagedObject;
 class ObjectClass;
 }  // namespace NS
-class JSONWebCommand;
 
 /// Posted from the main queue when a cycle starts and when it has ended; the sender is the controller.
 inline constexpr std::string_view VLKStartingSyncNotification = "STARTING_SYNC";
@@ -37,7 +37,7 @@ struct VLKDeleteRecord {
 /// torn down when the process exits in order. Everything is called on the main thread, whose run loop the host runs, unless a
 /// line says otherwise; nothing blocks on the network. Problems of a cycle end in `lastError` and the log; nothing is raised to
 /// the host.
-class VELKOR_EXPORT VLKSyncController : public VLKSyncProperties {
+class VELKOR_EXPORT VLKSyncController : public VLKSyncProperties, public JSONWebCommandDelegate {
 public:
     // --- Creation ---
     /// Makes the controller. A second call raises "VLKSyncControllerAlreadyInitialized". Never null; the process owns it.
@@ -154,6 +154,20 @@ public:
     void storeKnownObjectsTime();
     /// Three listings within twenty minutes. Any thread.
     bool areWeLoopingOnKnownObjects();
+
+    // --- Generic values: values at key paths of observed objects outside the store ---
+    /// Every change of the value from now on becomes a pending change, once a user is known. The value may change on any thread.
+    void registerObservationOfKeyPath(std::string_view keyPath, std::shared_ptr<NS::Observable> object,
+                                      std::string_view genericObjectId);
+    void unregisterObservationOfKeyPath(std::string_view keyPath, std::string_view genericObjectId);
+    void addGenericObjectTransactionForKeyPath(std::string_view keyPath, const NS::Observable& object,
+                                               std::string_view genericId);
+    void addTransactionsForGenericObjectsInSet(const NS::Array& guids);
+    /// Null when nothing is registered under the key.
+    std::shared_ptr<NS::Observable> observedObjectWithGenericObjectIdAndKeyPath(std::string_view genericObjectKey) const;
+    std::string genericObjectKeyForKeyPath(std::string_view keyPath, std::string_view genericObjectId) const;
+    /// It changes with the user who is logged in.
+    std::string guidForGenericObjectKeyPath(std::string_view keyPath, std::string_view genericObjectId) const;
     /// GUIDs of the registered generic values that are not nil. Any thread; empty when the controller is being torn down.
     std::vector<std::string> guidsOfGenericValues();
 
@@ -174,6 +188,9 @@ public:
     void sendClientInfo(const NS::Dictionary& info, VLKResultCallback callback);
     /// The answer's "registered_clients", or nil and the error.
     void getRegisteredClients(std::function<void(const NS::Value& clients, const std::optional<NS::Error>& error)> callback);
+    /// Do nothing: the commands' own blocks do the work.
+    void webCommandCompletedWithResult(JSONWebCommand& command, const NS::Dictionary& result) override;
+    void webCommandFailedWithError(JSONWebCommand& command, const NS::Error& error) override;
 
 protected:
     VLKSyncController(std::string serverURL, VLKContextCreator contextCreator);

@@ -1,0 +1,49 @@
+#include "Sync/VLKMainThreadQuestions.h"
+
+#include <condition_variable>
+#include <mutex>
+
+#include "platform/concurrency/OperationQueue.h"
+#include "platform/concurrency/RunLoop.h"
+
+namespace velkor {
+
+struct VLKMainThreadQuestions::State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool closed = false;
+
+    bool isClosed() {
+        const std::lock_guard lock(mutex);
+        return closed;
+    }
+};
+
+VLKMainThreadQuestions::VLKMainThreadQuestions() : m_state(std::make_shared<State>()) {}
+
+bool VLKMainThreadQuestions::ask(const std::function<void()>& question) {
+    if (NS::RunLoop::isMainThread()) {
+        question();
+        return true;
+    }
+    const auto answered = std::make_shared<bool>(false);
+    // The question lives on the asker's stack: it is touched only while the asker waits, that is until `closed`.
+    NS::OperationQueue::mainQueue().addOperation([state = m_state, &question, answered] {
+        if (state->isClosed()) return;
+        question();
+        const std::lock_guard lock(state->mutex);
+        *answered = true;
+        state->changed.notify_all();
+    });
+    std::unique_lock lock(m_state->mutex);
+    m_state->changed.wait(lock, [&] { return *answered || m_state->closed; });
+    return *answered;
+}
+
+void VLKMainThreadQuestions::close() {
+    const std::lock_guard lock(m_state->mutex);
+    m_state->closed = true;
+    m_state->changed.notify_all();
+}
+
+}  // namespace velkor

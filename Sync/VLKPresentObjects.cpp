@@ -1,0 +1,87 @@
+#include "Sync/VLKPresentObjects.h"
+
+#include "PelmoLib/NSManagedObject+JSON.h"
+#include "PelmoLib/VLKSyncableObject.h"
+#include "PelmoLib/encodings/VLKLog.h"
+#include "Sync/VLKTransaction.h"
+#include "objectstore/FetchRequest.h"
+#include "objectstore/Predicate.h"
+
+namespace velkor {
+
+namespace {
+
+NS::FetchRequest requestFor(const NS::EntityDescription& entity, const NS::Array& guids) {
+    NS::FetchRequest request(&entity);
+    request.predicate = NS::Predicate::in(VLKSyncableMember::guid, guids);
+    return request;
+}
+
+}  // namespace
+
+void VLKPresentObjects::want(const NS::EntityDescription& entity, const NS::Value& guid) {
+    Entry* entry = entryOf(entity);
+    if (!entry) {
+        const NS::ObjectClass* objectClass = entity.objectClass();
+        const bool foundByClass = objectClass && vlk_entityInManagedObjectContext(*objectClass, *m_ctx) == &entity;
+        entry = m_entries.emplace_back(std::make_unique<Entry>(Entry{VLKSyncableKind(entity), foundByClass, {}, {}})).get();
+    }
+    entry->wanted.push_back(guid);
+}
+
+void VLKPresentObjects::fetch() {
+    for (const auto& entry : m_entries) {
+        if (entry->wanted.empty() || !entry->kind.syncable()) continue;
+        const auto fetched = entry->kind.judgedByValues() && entry->foundByClass ? fetchValues(*entry) : fetchObjects(*entry);
+        if (!fetched) {
+            VLKLog::sharedInstance().logMessageAtLevel(100, "Unable to look for changed objects: %@", fetched.error());
+            for (const NS::Value& guid : entry->wanted) entry->found.try_emplace(guid.stringOr(""));
+        }
+        entry->wanted = {};
+    }
+}
+
+NS::Result<void> VLKPresentObjects::fetchValues(Entry& entry) {
+    const auto request = requestFor(entry.kind.entity(), entry.wanted);
+    const auto attributes = entry.kind.judgedAttributes();
+    return m_ctx->enumerateValues(request, attributes, [&](std::span<const NS::Value> values) {
+        if (!entry.kind.excludesFromCapture(values)) entry.found.try_emplace(values[0].stringOr(""));
+    });
+}
+
+NS::Result<void> VLKPresentObjects::fetchObjects(Entry& entry) {
+    auto objects = m_ctx->executeFetchRequest(requestFor(entry.kind.entity(), entry.wanted));
+    if (!objects) return objects.error();
+    for (const auto& object : objects.value()) {
+        if (!entry.kind.excludesFromCapture(*object)) entry.found.try_emplace(guidOfObject(*object).stringOr(""), object);
+    }
+    return {};
+}
+
+bool VLKPresentObjects::has(const NS::EntityDescription& entity, std::string_view guid) const {
+    const Entry* entry = entryOf(entity);
+    return entry && entry->found.contains(std::string(guid));
+}
+
+std::shared_ptr<VLKTransaction> VLKPresentObjects::transactionOfType(std::string_view type, const NS::EntityDescription& entity,
+                                                                     const NS::Value& guid) const {
+    const Entry* entry = entryOf(entity);
+    if (!entry) return nullptr;
+    const auto found = entry->found.find(guid.stringOr(""));
+    if (found == entry->found.end()) return nullptr;
+    if (found->second) return VLKTransaction::transactionOfType(type, found->second);
+    return VLKTransaction::transactionOfType(type, entity.managedObjectClassName(), guid, m_ctx);
+}
+
+VLKPresentObjects::Entry* VLKPresentObjects::entryOf(const NS::EntityDescription& entity) {
+    return const_cast<Entry*>(std::as_const(*this).entryOf(entity));
+}
+
+const VLKPresentObjects::Entry* VLKPresentObjects::entryOf(const NS::EntityDescription& entity) const {
+    for (const auto& entry : m_entries) {
+        if (&entry->kind.entity() == &entity) return entry.get();
+    }
+    return nullptr;
+}
+
+}  // namespace velkor
