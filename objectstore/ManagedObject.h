@@ -16,6 +16,8 @@
 namespace velkor::NS {
 
 class ManagedObjectContext;
+struct ContextState;
+struct ObjectState;
 
 /// An object of the store, registered in one context and confined to that context's thread. Hosts derive their classes from it and
 /// register them with ObjectClass. Reading an object that is a fault loads it (and others of its kind that are still faults, in one
@@ -27,7 +29,7 @@ public:
 
     const EntityDescription& entity() const noexcept { return *m_entity; }
     /// Null once the object was deleted and saved, or its context is gone.
-    ManagedObjectContext* managedObjectContext() const noexcept { return m_context; }
+    ManagedObjectContext* managedObjectContext() const noexcept;
     std::shared_ptr<const ManagedObjectID> objectID() const;
     std::string_view className() const noexcept override;
 
@@ -63,12 +65,13 @@ public:
     virtual void awakeFromInsert() {}
 
 private:
-    friend class ManagedObjectContext;
-    friend struct ContextInternals;
+    friend struct ContextState;
+    friend ObjectState& stateOf(const ManagedObject& object) noexcept;
+    /// The state of an object that is no fault any more.
+    ObjectState& loaded() const;
     const EntityDescription* m_entity = nullptr;
-    ManagedObjectContext* m_context = nullptr;
-    struct State;  // snapshot, values, keys of relationships, flags
-    std::unique_ptr<State> m_state;
+    ContextState* m_context = nullptr;
+    std::unique_ptr<ObjectState> m_state;  // values, keys of relationships, snapshot
 };
 
 }  // namespace velkor::NS

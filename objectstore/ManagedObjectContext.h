@@ -19,6 +19,7 @@
 
 namespace velkor::NS {
 
+struct ContextState;
 struct Notification;
 
 /// Posted on the saving thread after a save's commit, the context's state already final; the sender is the context.
@@ -104,10 +105,7 @@ public:
 
 private:
     ManagedObjectContext(std::shared_ptr<PersistentStoreCoordinator> coordinator, ConcurrencyType type);
-    friend class ManagedObject;
-    friend struct ContextInternals;
-    struct State;
-    std::unique_ptr<State> m_state;
+    std::unique_ptr<ContextState> m_state;
 };
 
 }  // namespace velkor::NS

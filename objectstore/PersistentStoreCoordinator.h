@@ -31,6 +31,7 @@ inline constexpr std::int64_t validation = 134300;        // a value that cannot
 inline constexpr std::int64_t mergeConflict = 134400;     // with the error merge policy
 inline constexpr std::int64_t deleteDenied = 134500;      // a delete rule forbids it
 inline constexpr std::int64_t badRequest = 134600;        // unknown entity or property in a fetch
+inline constexpr std::int64_t noSuchObject = 134700;      // no row for an identifier
 }  // namespace StoreError
 
 struct StoreOptions {

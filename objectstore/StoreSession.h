@@ -15,6 +15,8 @@
 namespace velkor::NS {
 
 using RowKey = std::int64_t;
+/// The version of a row just inserted.
+inline constexpr std::int64_t firstVersion = 1;
 
 /// One row: the attributes' values in the entity's order, then for each relationship of the entity, in order, the key of its
 /// destination as an integer (to-one; nil when none) or nil (to-many).

@@ -1,0 +1,180 @@
+// Rows and the objects that stand for them: firing faults, bringing objects up to date.
+#include <algorithm>
+
+#include "objectstore/ContextState.h"
+#include "objectstore/ManagedObjectID.h"
+#include "platform/base/Exception.h"
+#include "platform/base/Format.h"
+
+namespace velkor::NS {
+
+namespace {
+constexpr std::size_t faultsFiredTogether = 1000;
+}
+
+void ContextState::fire(ManagedObject& fault) {
+    assertConfinement();
+    const auto batch = registry.faultsWith(fault, faultsFiredTogether);
+    if (auto result = refreshRows(fault.entity(), batch); !result) {
+        throw Exception(InternalInconsistencyException, result.error().localizedDescription());
+    }
+}
+
+Result<void> ContextState::refreshRows(const EntityDescription& entity, const std::vector<ManagedObject*>& objects) {
+    KeySet missing;
+    for (ManagedObject* object : objects) missing.insert(stateOf(*object).key);
+    const std::vector<RowKey> wanted = missing.keys();
+    auto session = coordinator->session();
+    if (!session) return session.error();
+    auto result = session.value()->rows(entity, wanted, [&](StoredRow&& row) {
+        missing.erase(row.key);
+        if (ManagedObject* object = registry.find(entity, row.key)) refresh(*object, row);
+    });
+    if (!result) return result;
+    for (RowKey key : missing) {
+        if (ManagedObject* object = registry.find(entity, key)) depart(*object);
+    }
+    return {};
+}
+
+void ContextState::takeRow(ManagedObject& object, StoredRow& row) {
+    ObjectState& state = stateOf(object);
+    if (state.fault) {
+        registry.removeFault(object);
+        state.fault = false;
+    } else {
+        if (state.version == row.version) return;
+        for (const RelationshipDescription& relationship : object.entity().relationships()) {
+            if (relationship.toMany) continue;
+            const std::size_t place = placeOf(relationship);
+            inverseFollows(object, relationship, state.keyAt(place), row.values[place].asInteger().value_or(0));
+        }
+        state.links.reset();
+    }
+    state.version = row.version;
+    std::move(row.values.begin(), row.values.end(), state.values().begin());
+}
+
+void ContextState::mergeRow(ManagedObject& object, StoredRow& row) {
+    ObjectState& state = stateOf(object);
+    if (!state.snapshot || state.version == row.version) return;
+    Snapshot& snapshot = *state.snapshot;
+    const std::size_t attributes = object.entity().attributes().size();
+    for (std::size_t place = 0; place < row.values.size(); ++place) {
+        Value& value = state.values()[place];
+        if (value == snapshot.values[place] && !(value == row.values[place])) {
+            if (place >= attributes) {
+                const auto& relationship = object.entity().relationships()[place - attributes];
+                inverseFollows(object, relationship, state.keyAt(place), row.values[place].asInteger().value_or(0));
+            }
+            value = row.values[place];
+        }
+        snapshot.values[place] = std::move(row.values[place]);
+    }
+    state.version = row.version;
+    for (const RelationshipDescription& relationship : object.entity().relationships()) {
+        if (state.links && relationship.toMany) state.links[relationship.index].unload();
+    }
+}
+
+void ContextState::inverseFollows(ManagedObject& object, const RelationshipDescription& toOne, RowKey from, RowKey to) {
+    if (from == to || !toOne.inverse || !toOne.inverse->toMany) return;
+    const RowKey key = stateOf(object).key;
+    const auto linksAt = [&](RowKey destination) -> LinkSet* {
+        ManagedObject* known = destination != 0 ? registry.find(*toOne.destination, destination) : nullptr;
+        return known && stateOf(*known).links ? &stateOf(*known).links[toOne.inverse->index] : nullptr;
+    };
+    if (LinkSet* links = linksAt(from)) links->storeRemoved(key);
+    if (LinkSet* links = linksAt(to)) links->storeAdded(key);
+}
+
+void ContextState::makeFault(ManagedObject& object) {
+    ObjectState& state = stateOf(object);
+    state.links.reset();
+    if (state.fault || state.status != ObjectStatus::unchanged) return;
+    std::fill(state.values().begin(), state.values().end(), Value());
+    state.fault = true;
+    registry.addFault(object);
+}
+
+void ContextState::depart(ManagedObject& object) {
+    const auto held = sharedOf(object);
+    ObjectState& state = stateOf(object);
+    registry.depart(object);
+    state.fault = false;
+    if (state.isChanged()) changes.remove(object, ObjectStatus::departed);
+    state.status = ObjectStatus::departed;
+    state.snapshot.reset();
+}
+
+/// Gives up the object's own unsaved changes. Links of a one-to-many relationship are their children's changes, and stay.
+void ContextState::dropChanges(ManagedObject& object) {
+    ObjectState& state = stateOf(object);
+    const Snapshot original = *state.snapshot;
+    for (const RelationshipDescription& relationship : object.entity().relationships()) {
+        if (!relationship.toMany) {
+            const RowKey key = original.values[placeOf(relationship)].asInteger().value_or(0);
+            const ObjectRef destination = key == 0 ? nullptr : objectForKey(*relationship.destination, key);
+            setDestination(object, relationship, destination.get());
+        } else if (relationship.manyToMany() && state.links) {
+            const LinkSet& links = state.links[relationship.index];
+            const auto added = links.added().keys();
+            const auto removed = links.removed().keys();
+            for (RowKey key : added) changeLink(object, relationship, *objectForKey(*relationship.destination, key), false);
+            for (RowKey key : removed) changeLink(object, relationship, *objectForKey(*relationship.destination, key), true);
+        }
+    }
+    std::copy(original.values.begin(), original.values.end(), state.values().begin());
+    const auto changed = [&](const RelationshipDescription& relationship) {
+        return state.links && relationship.toMany && state.links[relationship.index].hasChanges();
+    };
+    const auto relationships = object.entity().relationships();
+    if (std::any_of(relationships.begin(), relationships.end(), changed)) return;
+    state.snapshot.reset();
+    changes.remove(object, ObjectStatus::unchanged);
+    makeFault(object);
+}
+
+void ManagedObjectContext::refreshObject(const std::shared_ptr<ManagedObject>& object, bool mergeChanges) {
+    m_state->assertConfinement();
+    if (!object || object->managedObjectContext() != this) return;
+    ObjectState& state = stateOf(*object);
+    if (!mergeChanges) {
+        if (state.status == ObjectStatus::updated) m_state->dropChanges(*object);
+        if (state.status == ObjectStatus::unchanged) m_state->makeFault(*object);
+        m_state->lookups.clear();
+    } else if (state.status == ObjectStatus::updated || state.status == ObjectStatus::unchanged) {
+        if (auto result = m_state->refreshRows(object->entity(), {object.get()}); !result) {
+            throw Exception(InternalInconsistencyException, result.error().localizedDescription());
+        }
+    }
+}
+
+Result<void> ManagedObjectContext::refreshObjects(const std::vector<std::shared_ptr<ManagedObject>>& objects) {
+    m_state->assertConfinement();
+    std::vector<std::vector<ManagedObject*>> byEntity(managedObjectModel().entities().size());
+    for (const auto& object : objects) {
+        const auto status = stateOf(*object).status;
+        if (object->managedObjectContext() != this) continue;
+        if (status == ObjectStatus::unchanged || status == ObjectStatus::updated) {
+            byEntity[object->entity().index()].push_back(object.get());
+        }
+    }
+    for (const auto& entity : managedObjectModel().entities()) {
+        if (byEntity[entity->index()].empty()) continue;
+        if (auto result = m_state->refreshRows(*entity, byEntity[entity->index()]); !result) return result;
+    }
+    return {};
+}
+
+Result<std::shared_ptr<ManagedObject>> ManagedObjectContext::existingObjectWithID(const ManagedObjectID& objectID) {
+    auto object = objectWithID(objectID);
+    if (object && !object->isInserted()) {
+        if (auto result = m_state->refreshRows(object->entity(), {object.get()}); !result) return result.error();
+    }
+    if (object && !object->isDeleted()) return object;
+    return Error::withDescription(PlatformErrorDomain, StoreError::noSuchObject,
+                                  format("there is no object %@", objectID.URIRepresentation()));
+}
+
+}  // namespace velkor::NS
