@@ -1,0 +1,113 @@
+#include "service/ChangesEndpoint.h"
+
+#include "json/JSONWriter.h"
+#include "service/BatchIntake.h"
+#include "service/Download.h"
+#include "service/NewTransactions.h"
+#include "service/SchemaEndpoint.h"
+
+namespace velkor::service {
+namespace {
+
+constexpr Sql dropRolled{"DELETE FROM rolled WHERE instance = :instance AND guid = :guid", "it:"};
+constexpr Sql readRolled{"SELECT rolled.body FROM rolled LEFT JOIN objects ON objects.partition_id = :partition AND objects.guid = "
+                         "rolled.guid WHERE rolled.instance = :instance AND COALESCE(objects.number, 0) < rolled.number ORDER BY "
+                         "rolled.id", "ii:t"};
+constexpr Sql dropAllRolled{"DELETE FROM rolled WHERE instance = :instance", "i:"};
+
+}  // namespace
+
+Response ChangesEndpoint::handle(const User& user, Body& body) {
+    auto request = ChangesRequest::read(body.view());
+    if (!request) return Response::error(400, "The request is no changes request.");
+    body.clear();
+    return m_database.write([&](Connection& connection) { return exchange(connection, user, *request); },
+                            [&] {
+                                if (m_written) m_written->markCurrent(m_writtenState);
+                            });
+}
+
+Response ChangesEndpoint::exchange(Connection& connection, const User& user, ChangesRequest& request) {
+    m_written = nullptr;
+    const auto lock = m_locks.heldBy(connection, user.id, request.instance());
+    if (!lock) return Locks::refusal(connection, user.id);
+
+    Partition partition = Partition::obtain(connection, user.id, request.app());
+    const Partition before = partition;
+    auto known = Instance::find(connection, partition.id, request.instance());
+    Instance instance = known ? *known : Instance::add(connection, partition.id, request.instance());
+    const bool comparable = known && request.highest() >= -1 && request.highest() <= partition.highest;
+    const std::int64_t highest = comparable ? request.highest() : -1;
+    partition.settle(connection);
+    partition.changesLock = lock->serial;
+    storeSchema(connection, partition.id, request.modelVersion(), request.schema());
+
+    const bool mayReinstate = known && known->hasRolled(connection);
+    if (!request.transactions().empty() || mayReinstate || partition.hash.empty()) {
+        GuidDirectory& directory = m_directories.current(connection, partition);
+        if (!request.transactions().empty() || mayReinstate) {
+            partition.provisionalAbove = partition.highest;
+            partition.provisionalObject = partition.nextObject;
+            BatchIntake intake(connection, partition, instance, directory);
+            if (mayReinstate) reinstate(connection, intake, partition, instance, request);
+            intake.take(request.transactions(), highest);
+            intake.store();
+            if (intake.tookAny()) {
+                partition.provisional = instance.id;
+                instance.store(connection);
+            }
+        }
+        partition.hash = directory.hash();
+        m_written = &directory;
+        m_writtenState = partition;
+    }
+    if (!(partition == before)) partition.store(connection);
+    return Response::json(answer(connection, partition, instance, request, highest));
+}
+
+void ChangesEndpoint::reinstate(Connection& connection, BatchIntake& intake, const Partition& partition, const Instance& instance,
+                                const ChangesRequest& request) {
+    for (const auto& transaction : request.transactions()) connection.run(dropRolled, instance.id, transaction.guid);
+    if (request.isMultiPart()) return;
+    // What never came again had been acknowledged. Where somebody else has written since, that holds, as it would have.
+    std::pmr::monotonic_buffer_resource arena;
+    std::vector<IncomingTransaction> transactions;
+    {
+        auto rows = connection.query(readRolled, partition.id, instance.id);
+        while (rows.next()) {
+            if (auto transaction = readStoredTransaction(rows.text(0), arena)) transactions.push_back(*std::move(transaction));
+        }
+    }
+    connection.run(dropAllRolled, instance.id);
+    intake.take(transactions, instance.batchHighest);
+}
+
+std::string ChangesEndpoint::answer(Connection& connection, const Partition& partition, const Instance& instance,
+                                    const ChangesRequest& request, std::int64_t highest) const {
+    std::string text;
+    JSONWriter writer(text);
+    writer.beginObject();
+    const bool hasNews = !request.isMultiPart() && instance.highestOfOthers(connection, partition.id) > highest;
+    NewTransactions news(connection, partition.id, instance.id, highest);
+    const bool paged = hasNews && news.hasMoreThan(m_page);
+    if (paged) {
+        const Download download{partition.id, instance.id, highest, partition.highest, partition.epoch, m_page};
+        writer.key("batched_download_identifier");
+        writer.plainString(download.identifier());
+    }
+    writer.key("new_xactions");
+    writer.beginArray();
+    if (hasNews && !paged) {
+        NewsPosition position = news.start();
+        news.write(writer, position, m_page);
+    }
+    writer.endArray();
+    writer.key("HIGHEST_XACTION");
+    writer.number(request.isMultiPart() ? request.highest() : partition.highest);
+    writer.key("SYNC_HASH");
+    writer.string(partition.hash);
+    writer.endObject();
+    return text;
+}
+
+}  // namespace velkor::service

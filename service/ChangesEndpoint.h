@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "service/Accounts.h"
+#include "service/BatchIntake.h"
+#include "service/ChangesRequest.h"
+#include "service/Directories.h"
+#include "service/Locks.h"
+
+namespace velkor::service {
+
+/// POST users/ID/transactions.json: takes an instance's changes in and answers with what it does not know yet. Any thread.
+class ChangesEndpoint {
+public:
+    ChangesEndpoint(Database& database, Locks& locks, std::int64_t page) : m_database(database), m_locks(locks), m_page(page) {}
+
+    Response handle(const User& user, Body& body);
+
+private:
+    Response exchange(Connection& connection, const User& user, ChangesRequest& request);
+    /// Takes in what was rolled back and never came again.
+    void reinstate(Connection& connection, BatchIntake& intake, const Partition& partition, const Instance& instance,
+                   const ChangesRequest& request);
+    std::string answer(Connection& connection, const Partition& partition, const Instance& instance, const ChangesRequest& request,
+                       std::int64_t highest) const;
+
+    Database& m_database;
+    Locks& m_locks;
+    const std::int64_t m_page;
+    Directories m_directories;             // the writing transaction's thread only
+    GuidDirectory* m_written = nullptr;    // ahead of the database until the commit
+    Partition m_writtenState;
+};
+
+}  // namespace velkor::service

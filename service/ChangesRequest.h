@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <memory_resource>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/base/Dictionary.h"
+#include "service/IncomingTransaction.h"
+
+namespace velkor::service {
+
+/// A changes request, read without the database: large ones by several threads.
+class ChangesRequest {
+public:
+    /// None for a text that is no changes request.
+    static std::optional<ChangesRequest> read(std::string_view json);
+
+    const std::string& app() const { return m_app; }
+    const std::string& instance() const { return m_instance; }
+    /// HIGHEST_XACTION as the client sent it.
+    std::int64_t highest() const { return m_highest; }
+    bool isMultiPart() const { return m_multiPart; }
+    std::string_view modelVersion() const;
+    /// The schema's JSON text, when the request carries it.
+    std::optional<std::string_view> schema() const;
+
+    std::vector<IncomingTransaction>& transactions() { return m_transactions; }
+    const std::vector<IncomingTransaction>& transactions() const { return m_transactions; }
+
+private:
+    ChangesRequest() = default;
+    bool readEnvelope();
+    void readTransactions();
+
+    NS::Dictionary m_envelope;  // owns the texts that the transactions refer to
+    std::string m_app, m_instance;
+    std::int64_t m_highest = -1;
+    bool m_multiPart = false;
+    std::vector<std::unique_ptr<std::pmr::monotonic_buffer_resource>> m_arenas;  // one a thread
+    std::vector<IncomingTransaction> m_transactions;
+};
+
+/// The app id that URLs and requests of a client without one name.
+inline constexpr std::string_view missingAppId = "(null)";
+
+}  // namespace velkor::service

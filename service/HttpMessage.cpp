@@ -1,0 +1,19 @@
+#include "service/HttpMessage.h"
+
+#include "json/JSONWriter.h"
+
+namespace velkor::service {
+
+Response Response::error(int status, std::string_view text) {
+    Response response;
+    response.status = status;
+    response.body.clear();
+    JSONWriter writer(response.body);
+    writer.beginObject();
+    writer.key("error");
+    writer.string(text);
+    writer.endObject();
+    return response;
+}
+
+}  // namespace velkor::service

@@ -1,0 +1,127 @@
+#include "service/Locks.h"
+
+#include <chrono>
+
+#include "json/JSONWriter.h"
+#include "platform/base/Date.h"
+#include "service/Partition.h"
+
+namespace velkor::service {
+namespace {
+
+constexpr Sql findLock{"SELECT serial, held, app, instance, since, active FROM locks WHERE user_id = :user", "i:iittii"};
+constexpr Sql grantLock{"INSERT INTO locks (user_id, serial, held, app, instance, since, active) VALUES (:user, 1, 1, :app, "
+                        ":instance, :now, :now) ON CONFLICT (user_id) DO UPDATE SET serial = locks.serial + 1, held = 1, "
+                        "app = excluded.app, instance = excluded.instance, since = excluded.since, active = excluded.active",
+                        "itti:"};
+constexpr Sql releaseLock{"UPDATE locks SET held = 0 WHERE user_id = :user", "i:"};
+constexpr Sql touchLock{"UPDATE locks SET active = :now WHERE user_id = :user AND serial = :serial", "iii:"};
+
+constexpr std::int64_t refreshInterval = 60;
+constexpr std::int64_t touchesPerLease = 16;
+
+std::string grantAnswer(std::int64_t user) {
+    std::string text;
+    JSONWriter writer(text);
+    writer.beginObject();
+    writer.key("user_id");
+    writer.number(user);
+    writer.key("refresh_interval");
+    writer.number(refreshInterval);
+    writer.endObject();
+    return text;
+}
+
+Response busy(const Lock& lock) {
+    Response response;
+    response.status = 409;
+    response.body.clear();
+    JSONWriter writer(response.body);
+    writer.beginObject();
+    writer.member("error", "Another client of this user is synchronising.");
+    writer.member("locked_by", lock.instance);
+    writer.key("locked_since");
+    writer.date(NS::Date(static_cast<double>(lock.since) / 1000));
+    writer.endObject();
+    return response;
+}
+
+}  // namespace
+
+Locks::Locks(Database& database, std::int64_t leaseSeconds, Clock now)
+    : m_database(database), m_lease(leaseSeconds * 1000), m_now(std::move(now)) {}
+
+std::int64_t Locks::systemMilliseconds() {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+Response Locks::lock(const User& user, std::string_view app, std::string_view instance) {
+    return m_database.write([&](Connection& connection) {
+        const auto lock = find(connection, user.id);
+        if (lock && lock->held && lock->instance != instance && !isSilent(*lock, user.id)) return busy(*lock);
+        Partition::settleAll(connection, user.id);
+        connection.run(grantLock, user.id, app, instance, m_now());
+        return Response::json(grantAnswer(user.id));
+    });
+}
+
+Response Locks::unlock(const User& user, std::string_view instance) {
+    return m_database.write([&](Connection& connection) {
+        const auto lock = find(connection, user.id);
+        if (lock && lock->isHeldBy(instance)) {
+            Partition::settleAll(connection, user.id);
+            connection.run(releaseLock, user.id);
+        }
+        return Response::json("{}");
+    });
+}
+
+std::optional<Lock> Locks::heldBy(Connection& connection, std::int64_t user, std::string_view instance) {
+    auto lock = find(connection, user);
+    if (!lock || !lock->isHeldBy(instance)) return std::nullopt;
+    touch(connection, user, *lock);
+    return lock;
+}
+
+std::optional<Lock> Locks::find(Connection& connection, std::int64_t user) {
+    auto rows = connection.query(findLock, user);
+    if (!rows.next()) return std::nullopt;
+    return Lock{rows.integer(0), rows.integer(1) != 0, rows.text(2), rows.text(3), rows.integer(4), rows.integer(5)};
+}
+
+Response Locks::refusal(Connection& connection, std::int64_t user) {
+    const auto lock = find(connection, user);
+    if (lock && lock->held) return busy(*lock);
+    return Response::error(409, "This request needs the user's lock.");
+}
+
+void Locks::noteActivity(std::int64_t user, std::string_view instance) {
+    const auto lock = m_database.read([&](Connection& connection) { return find(connection, user); });
+    if (!lock || !lock->isHeldBy(instance) || m_now() - lock->active < m_lease / touchesPerLease) return;
+    m_database.write([&](Connection& connection) { return heldBy(connection, user, instance).has_value(); });
+}
+
+void Locks::touch(Connection& connection, std::int64_t user, const Lock& lock) {
+    const auto now = m_now();
+    if (now - lock.active >= m_lease / touchesPerLease) connection.run(touchLock, now, user, lock.serial);
+}
+
+bool Locks::isSilent(const Lock& lock, std::int64_t user) const {
+    if (m_now() - lock.active < m_lease + m_lease / touchesPerLease) return false;
+    std::lock_guard guard(m_mutex);
+    return !m_arrivals.contains(user);
+}
+
+Locks::Arrival::Arrival(Locks& locks, std::int64_t user) : m_locks(locks), m_user(user) {
+    std::lock_guard guard(locks.m_mutex);
+    ++locks.m_arrivals[user];
+}
+
+Locks::Arrival::~Arrival() {
+    std::lock_guard guard(m_locks.m_mutex);
+    auto found = m_locks.m_arrivals.find(m_user);
+    if (--found->second == 0) m_locks.m_arrivals.erase(found);
+}
+
+}  // namespace velkor::service

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "service/Accounts.h"
+#include "service/Database.h"
+#include "service/HttpMessage.h"
+
+namespace velkor::service {
+
+/// A user's lock as its row says.
+struct Lock {
+    std::int64_t serial = 0;  // counts the grants
+    bool held = false;
+    std::string app;
+    std::string instance;
+    std::int64_t since = 0;   // milliseconds since 1970
+    std::int64_t active = 0;  // when the holder was last heard of, a sixteenth of a lease late at most
+
+    bool isHeldBy(std::string_view name) const { return held && instance == name; }
+};
+
+/// The locks: one instance a user, until it gives the lock back, or until another one asks after the holder was silent for a
+/// lease. Any thread.
+class Locks {
+public:
+    using Clock = std::function<std::int64_t()>;  // milliseconds since 1970
+
+    Locks(Database& database, std::int64_t leaseSeconds, Clock now = systemMilliseconds);
+
+    /// GET client/v1.5/APP/INSTANCE/lock.json; makes what is provisional final.
+    Response lock(const User& user, std::string_view app, std::string_view instance);
+    /// GET client/APP/INSTANCE/unlock.json; the same. Answers 200 as well when the instance does not hold the lock.
+    Response unlock(const User& user, std::string_view instance);
+
+    /// The lock, if this instance holds it, in the open transaction, which writes; the holder counts as active.
+    std::optional<Lock> heldBy(Connection& connection, std::int64_t user, std::string_view instance);
+    /// The same lock without changing anything.
+    static std::optional<Lock> find(Connection& connection, std::int64_t user);
+    /// What a request that needs the lock is answered without it.
+    static Response refusal(Connection& connection, std::int64_t user);
+    /// Notes that the instance was heard of, outside of any transaction.
+    void noteActivity(std::int64_t user, std::string_view instance);
+
+    /// While it lives, the user's lock is not taken over: a request is on its way in.
+    class Arrival {
+    public:
+        Arrival(Locks& locks, std::int64_t user);
+        ~Arrival();
+        Arrival(const Arrival&) = delete;
+        Arrival& operator=(const Arrival&) = delete;
+
+    private:
+        Locks& m_locks;
+        const std::int64_t m_user;
+    };
+
+    static std::int64_t systemMilliseconds();
+
+private:
+    bool isSilent(const Lock& lock, std::int64_t user) const;
+    void touch(Connection& connection, std::int64_t user, const Lock& lock);
+
+    Database& m_database;
+    const std::int64_t m_lease;  // milliseconds
+    const Clock m_now;
+    mutable std::mutex m_mutex;                 // guards m_arrivals
+    std::map<std::int64_t, int> m_arrivals;  // requests on their way in, by user
+};
+
+}  // namespace velkor::service

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "platform/base/Result.h"
+
+namespace velkor::service {
+
+/// What the command line says.
+struct Options {
+    std::string dataDirectory;  // absolute or relative; made when missing
+    std::string host = "127.0.0.1";
+    std::uint16_t port = 8330;        // 0 takes a free one
+    std::string database;             // URL; empty is the embedded database in the data directory
+    std::int64_t leaseSeconds = 120;  // silence after which another instance may take a lock
+    std::int64_t page = 500;          // transactions that one answer or page carries at most
+    std::int64_t maximumBody = std::int64_t(1) << 30;
+    std::int32_t logLevel = 100;
+
+    /// Set for `velkord expire`.
+    struct Expire {
+        std::string user, app, guid;
+    };
+    std::optional<Expire> expire;
+
+    /// Reads the arguments behind the program's name; the error's text says what is wrong.
+    static NS::Result<Options> parse(std::span<const char* const> arguments);
+    static std::string_view usage();
+};
+
+}  // namespace velkor::service

@@ -1,0 +1,166 @@
+#include "service/Router.h"
+
+#include <algorithm>
+
+#include "PelmoLib/encodings/VLKLog.h"
+#include "platform/base/UTF8.h"
+#include "service/Forms.h"
+#include "service/Rollback.h"
+#include "service/SchemaEndpoint.h"
+
+namespace velkor::service {
+namespace {
+
+constexpr std::size_t longestSmallBody = 64 << 10;  // of requests that need no account or carry a few fields
+constexpr std::size_t longestTarget = 8 << 10;
+
+std::vector<std::string> segmentsOf(std::string_view path) {
+    std::vector<std::string> segments;
+    while (!path.empty()) {
+        path.remove_prefix(1);  // the slash
+        const auto segment = path.substr(0, path.find('/'));
+        segments.push_back(percentDecoded(segment));
+        path.remove_prefix(segment.size());
+    }
+    return segments;
+}
+
+/// Fits the path to a pattern. "*" stands for one segment; "**" for one or more, since an app id may hold slashes.
+bool fits(const std::vector<std::string>& path, const std::vector<std::string_view>& pattern, std::vector<std::string>& parameters) {
+    const bool open = std::find(pattern.begin(), pattern.end(), "**") != pattern.end();
+    if (open ? path.size() < pattern.size() : path.size() != pattern.size()) return false;
+    std::size_t at = 0;
+    for (const auto part : pattern) {
+        const std::size_t length = part == "**" ? path.size() - pattern.size() + 1 : 1;
+        if (part != "*" && part != "**" && part != path[at]) return false;
+        if (part == "*" || part == "**") {
+            std::string text = path[at];
+            for (std::size_t i = 1; i < length; ++i) text += '/' + path[at + i];
+            if (text.empty() || text.size() > longestName || !NS::isValidUTF8(text)) return false;
+            parameters.push_back(std::move(text));
+        }
+        at += length;
+    }
+    return true;
+}
+
+}  // namespace
+
+struct Router::Route {
+    std::string_view method;
+    std::vector<std::string_view> path;
+    Response (Router::*answer)(const User& user, const Match& match, Request& request);  // null: needs no account
+    bool large = false;      // its body may be as large as the service allows
+    bool ofUser = false;     // the first parameter is the user's own id
+};
+
+const std::vector<Router::Route>& Router::routes() {
+    static const std::vector<Route> table{
+        {"POST", {"users.json"}, nullptr},
+        {"DELETE", {"users", "sign_out.json"}, &Router::signOut},
+        {"GET", {"transactions", "verify.json"}, &Router::verify},
+        {"POST", {"transactions", "rollback.json"}, &Router::rollback},
+        {"GET", {"client", "v1.5", "**", "*", "lock.json"}, &Router::lock},
+        {"GET", {"client", "**", "*", "unlock.json"}, &Router::unlock},
+        {"POST", {"users", "*", "transactions.json"}, &Router::changes, true, true},
+        {"GET", {"users", "*", "batchdownload.json"}, &Router::page, false, true},
+        {"POST", {"client_apps", "**", "schema.json"}, &Router::schema, true},
+    };
+    return table;
+}
+
+Router::Router(Database& database, const Settings& settings)
+    : m_database(database),
+      m_settings(settings),
+      m_accounts(database),
+      m_locks(database, settings.leaseSeconds, settings.now),
+      m_changes(database, m_locks, settings.page),
+      m_download(database, m_locks) {}
+
+std::variant<const Router::Route*, Response> Router::find(const Request& request, Match& match) {
+    const std::string_view target = request.target;
+    const auto question = std::min(target.find('?'), target.size());
+    if (target.size() > longestTarget || !target.starts_with('/')) return Response::error(404, "There is nothing here.");
+    const auto path = segmentsOf(target.substr(0, question));
+    if (question < target.size()) match.query = target.substr(question + 1);
+    bool known = false;
+    for (const Route& route : routes()) {
+        match.parameters.clear();
+        if (!fits(path, route.path, match.parameters)) continue;
+        if (route.method == request.method) return &route;
+        known = true;
+    }
+    return known ? Response::error(405, "This method is not for this path.") : Response::error(404, "There is nothing here.");
+}
+
+std::optional<Response> Router::admit(Request& head, std::size_t bodySize) {
+    Match match;
+    auto found = find(head, match);
+    if (auto* refusal = std::get_if<Response>(&found)) return std::move(*refusal);
+    const Route& route = *std::get<const Route*>(found);
+    if (bodySize > (route.large ? static_cast<std::size_t>(m_settings.maximumBody) : longestSmallBody)) {
+        return Response::error(413, "The request is too large.");
+    }
+    if (!route.answer) return std::nullopt;
+    auto user = m_accounts.authenticate(head);
+    if (auto* refusal = std::get_if<Response>(&user)) return std::move(*refusal);
+    head.hold = std::make_shared<Locks::Arrival>(m_locks, std::get<User>(user).id);
+    return std::nullopt;
+}
+
+Response Router::handle(Request& request) {
+    auto& log = VLKLog::sharedInstance();
+    try {
+        return answer(request);
+    } catch (const DatabaseFailure& failure) {
+        log.logMessageAtLevel(100, "The database failed: %@", failure.what());
+        return Response::error(503, "The service cannot reach its data.");
+    } catch (const std::bad_alloc&) {
+        log.logMessageAtLevel(100, "Out of memory.");
+        return Response::error(503, "The service is out of memory.");
+    } catch (const std::exception&) {
+        log.logMessageAtLevel(100, "A request failed for an unknown reason.");
+        return Response::error(500, "The service failed.");
+    }
+}
+
+Response Router::answer(Request& request) {
+    Match match;
+    auto found = find(request, match);
+    if (auto* refusal = std::get_if<Response>(&found)) return std::move(*refusal);
+    const Route& route = *std::get<const Route*>(found);
+    if (!route.answer) return m_accounts.signUp(request.body.view());
+    auto user = m_accounts.authenticate(request);
+    if (auto* refusal = std::get_if<Response>(&user)) return std::move(*refusal);
+    const User& who = std::get<User>(user);
+    if (route.ofUser && match.parameters[0] != std::to_string(who.id)) return Response::error(403, "This is another user's.");
+    return (this->*route.answer)(who, match, request);
+}
+
+Response Router::lock(const User& user, const Match& match, Request&) {
+    return m_locks.lock(user, match.parameters[0], match.parameters[1]);
+}
+
+Response Router::unlock(const User& user, const Match& match, Request&) { return m_locks.unlock(user, match.parameters[1]); }
+
+Response Router::changes(const User& user, const Match&, Request& request) { return m_changes.handle(user, request.body); }
+
+Response Router::page(const User& user, const Match& match, Request&) {
+    constexpr std::array<FormField, 2> fields{FormField{"page"}, FormField{"identifier", true}};
+    const auto values = readForm(match.query, fields);
+    return m_download.handle(user, values[0].value_or(""), values[1].value_or(""));
+}
+
+Response Router::schema(const User& user, const Match& match, Request& request) {
+    return takeSchema(m_database, user, match.parameters[0], request.body.view());
+}
+
+Response Router::rollback(const User& user, const Match&, Request& request) {
+    return rollBack(m_database, m_locks, user, request.body.view());
+}
+
+Response Router::verify(const User& user, const Match&, Request&) { return m_accounts.verify(user); }
+
+Response Router::signOut(const User& user, const Match&, Request&) { return m_accounts.signOut(user); }
+
+}  // namespace velkor::service

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "service/Accounts.h"
+#include "service/ChangesEndpoint.h"
+#include "service/Database.h"
+#include "service/Download.h"
+#include "service/HttpMessage.h"
+#include "service/Locks.h"
+
+namespace velkor::service {
+
+/// The sync service behind HTTP: finds out who asks for what, and has it done. Any thread.
+class Router : public HttpHandler {
+public:
+    struct Settings {
+        std::int64_t leaseSeconds = 120;
+        std::int64_t page = 500;
+        std::int64_t maximumBody = std::int64_t(1) << 30;
+        Locks::Clock now = Locks::systemMilliseconds;
+    };
+
+    /// The database lives longer.
+    Router(Database& database, const Settings& settings);
+
+    std::optional<Response> admit(Request& head, std::size_t bodySize) override;
+    Response handle(Request& request) override;
+
+private:
+    /// What a path's "*" segments stand for, and its query.
+    struct Match {
+        std::vector<std::string> parameters;
+        std::string query;
+    };
+    struct Route;
+    static const std::vector<Route>& routes();
+    /// The route of the request, or the answer that refuses it.
+    static std::variant<const Route*, Response> find(const Request& request, Match& match);
+
+    Response answer(Request& request);
+
+    Response lock(const User& user, const Match& match, Request& request);
+    Response unlock(const User& user, const Match& match, Request& request);
+    Response changes(const User& user, const Match& match, Request& request);
+    Response page(const User& user, const Match& match, Request& request);
+    Response schema(const User& user, const Match& match, Request& request);
+    Response rollback(const User& user, const Match& match, Request& request);
+    Response verify(const User& user, const Match& match, Request& request);
+    Response signOut(const User& user, const Match& match, Request& request);
+
+    Database& m_database;
+    const Settings m_settings;
+    Accounts m_accounts;
+    Locks m_locks;
+    ChangesEndpoint m_changes;
+    DownloadEndpoint m_download;
+};
+
+}  // namespace velkor::service

@@ -1,0 +1,77 @@
+#include "service/Tables.h"
+
+#include <string>
+
+#include "service/Database.h"
+
+namespace velkor::service {
+namespace {
+
+constexpr std::int64_t currentVersion = 1;
+
+// A partition is one user's data of one app. An object's row holds its latest transaction and its links; "objects.id" is the
+// partition's id times 2^32 plus the object's number within it. "undo" keeps the rows that the provisional request replaced.
+constexpr const char* tables[] = {
+    "CREATE TABLE users (id {serial}, email TEXT NOT NULL UNIQUE, password TEXT NOT NULL, password_version BIGINT NOT NULL)",
+
+    "CREATE TABLE locks (user_id {given}, serial BIGINT NOT NULL, held BIGINT NOT NULL, app TEXT NOT NULL, "
+    "instance TEXT NOT NULL, since BIGINT NOT NULL, active BIGINT NOT NULL)",
+
+    "CREATE TABLE partitions (id {serial}, user_id BIGINT NOT NULL, app TEXT NOT NULL, highest BIGINT NOT NULL, "
+    "epoch BIGINT NOT NULL, next_object BIGINT NOT NULL, hash TEXT NOT NULL, changes_lock BIGINT NOT NULL, "
+    "provisional BIGINT NOT NULL, provisional_above BIGINT NOT NULL, provisional_object BIGINT NOT NULL, "
+    "UNIQUE (user_id, app))",
+
+    "CREATE TABLE schemas (partition_id {given}, model_version TEXT NOT NULL, text TEXT NOT NULL)",
+
+    "CREATE TABLE instances (id {serial}, partition_id BIGINT NOT NULL, name TEXT NOT NULL, last_number BIGINT NOT NULL, "
+    "batch_highest BIGINT NOT NULL, UNIQUE (partition_id, name))",
+
+    "CREATE TABLE relations (partition_id BIGINT NOT NULL, id BIGINT NOT NULL, class TEXT NOT NULL, name TEXT NOT NULL, "
+    "destination TEXT NOT NULL, to_many BIGINT NOT NULL, PRIMARY KEY (partition_id, id))",
+
+    "CREATE TABLE objects (id {given}, partition_id BIGINT NOT NULL, guid TEXT NOT NULL, number BIGINT NOT NULL, "
+    "touched BIGINT NOT NULL, instance BIGINT NOT NULL, state BIGINT NOT NULL, link_number BIGINT NOT NULL, "
+    "link_instance BIGINT NOT NULL, link_other BIGINT NOT NULL, body TEXT NOT NULL, links TEXT NOT NULL)",
+    "CREATE UNIQUE INDEX objects_guid ON objects (partition_id, guid)",
+    "CREATE INDEX objects_touched ON objects (partition_id, touched)",
+
+    "CREATE TABLE undo (id {given}, partition_id BIGINT NOT NULL, guid TEXT NOT NULL, number BIGINT NOT NULL, "
+    "touched BIGINT NOT NULL, instance BIGINT NOT NULL, state BIGINT NOT NULL, link_number BIGINT NOT NULL, "
+    "link_instance BIGINT NOT NULL, link_other BIGINT NOT NULL, body TEXT NOT NULL, links TEXT NOT NULL)",
+    "CREATE INDEX undo_partition ON undo (partition_id)",
+
+    "CREATE TABLE superseded (object_id BIGINT NOT NULL, instance BIGINT NOT NULL, fingerprint TEXT NOT NULL, "
+    "PRIMARY KEY (object_id, instance))",
+
+    "CREATE TABLE rolled (id {serial}, instance BIGINT NOT NULL, guid TEXT NOT NULL, number BIGINT NOT NULL, "
+    "body TEXT NOT NULL)",
+    "CREATE INDEX rolled_instance ON rolled (instance, guid)",
+};
+
+std::string spelled(std::string text, const TableDialect& dialect) {
+    auto replace = [&](std::string_view mark, std::string_view word) {
+        for (auto at = text.find(mark); at != text.npos; at = text.find(mark)) text.replace(at, mark.size(), word);
+    };
+    replace("{serial}", dialect.serialKey);
+    replace("{given}", dialect.givenKey);
+    return text;
+}
+
+constexpr Sql readVersion{"SELECT version FROM versions", ":i"};
+constexpr Sql addVersion{"INSERT INTO versions (version) VALUES (:version)", "i:"};
+
+}  // namespace
+
+void bringTablesUpToDate(Connection& connection, const TableDialect& dialect) {
+    connection.runOnce("CREATE TABLE IF NOT EXISTS versions (version BIGINT NOT NULL)");
+    auto rows = connection.query(readVersion);
+    if (rows.next()) {
+        if (rows.integer(0) != currentVersion) throw DatabaseFailure("its tables are of another version of the service");
+        return;
+    }
+    for (const char* text : tables) connection.runOnce(spelled(text, dialect));
+    connection.run(addVersion, currentVersion);
+}
+
+}  // namespace velkor::service
