@@ -22,7 +22,7 @@ void rethrowAsDatabaseFailure() {
     try {
         throw;
     } catch (const soci::sqlite3_soci_error& error) {
-        throw DatabaseFailure(soci::sqlite_api::sqlite3_errstr(error.result()));
+        throw DatabaseFailure(sqlite_api::sqlite3_errstr(error.result()));
     } catch (const soci::soci_error& error) {
         throw DatabaseFailure("database failure of category " + std::to_string(error.get_error_category()));
     }

@@ -32,8 +32,6 @@ constexpr std::size_t firstChunkedBuffer = 64 << 10;
 
 }  // namespace
 
-class Session;
-
 struct HttpServer::State {
     State(HttpHandler& h, const Settings& s) : handler(h), settings(s), acceptor(io), signals(io), cut(io), workers(s.workers) {}
 
@@ -52,7 +50,7 @@ struct HttpServer::State {
 };
 
 /// One connection. It lives as long as one of its operations is under way. The loop's thread, but for the handler's calls.
-class Session : public std::enable_shared_from_this<Session> {
+class HttpServer::Session : public std::enable_shared_from_this<Session> {
 public:
     Session(HttpServer::State& server, tcp::socket socket) : m_server(server), m_stream(std::move(socket)), m_timer(server.io) {
         m_server.sessions.insert(this);

@@ -36,6 +36,7 @@ public:
     void stop();
 
 private:
+    class Session;
     struct State;
     std::unique_ptr<State> m_state;
 };

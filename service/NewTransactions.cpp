@@ -65,7 +65,7 @@ void NewTransactions::writeTransaction(JSONWriter& writer, const std::string& bo
 bool NewTransactions::writeComputed(std::string& out, const std::string& body, const std::string& links) {
     const auto stored = relationshipsOfStoredTransaction(body);
     if (!stored || stored->relationships.empty()) return false;
-    if (!m_relations) m_relations = Relations::read(m_connection, m_partition);
+    if (!m_relations) m_relations.emplace(Relations::read(m_connection, m_partition));
     JSONWriter writer(out);
     writer.beginObject();
     for (const auto& entry : stored->relationships) {

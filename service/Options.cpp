@@ -45,8 +45,7 @@ std::map<std::string, Setter, std::less<>> settersOf(Options& options) {
             return !value.empty();
         };
     };
-    std::map<std::string, Setter, std::less<>> setters{{"--data", text(options.dataDirectory)},
-                                                       {"--database", text(options.database)}};
+    std::map<std::string, Setter, std::less<>> setters{{"--data", text(options.dataDirectory)}};
     if (options.expire) {
         setters["--user"] = text(options.expire->user);
         setters["--app"] = text(options.expire->app);
@@ -85,9 +84,8 @@ NS::Result<Options> Options::parse(std::span<const char* const> arguments) {
 }
 
 std::string_view Options::usage() {
-    return "usage: velkord [--data DIR] [--listen HOST:PORT] [--database URL] [--lease SECONDS] [--page N]\n"
-           "               [--max-body BYTES] [--log-level N]\n"
-           "       velkord expire --user EMAIL --app APP --guid GUID [--data DIR | --database URL]";
+    return "usage: velkord [--data DIR] [--listen HOST:PORT] [--lease SECONDS] [--page N] [--max-body BYTES] [--log-level N]\n"
+           "       velkord expire --user EMAIL --app APP --guid GUID [--data DIR]";
 }
 
 }  // namespace velkor::service

@@ -14,7 +14,6 @@ struct Options {
     std::string dataDirectory;  // absolute or relative; made when missing
     std::string host = "127.0.0.1";
     std::uint16_t port = 8330;        // 0 takes a free one
-    std::string database;             // URL; empty is the embedded database in the data directory
     std::int64_t leaseSeconds = 120;  // silence after which another instance may take a lock
     std::int64_t page = 500;          // transactions that one answer or page carries at most
     std::int64_t maximumBody = std::int64_t(1) << 30;

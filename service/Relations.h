@@ -48,7 +48,7 @@ private:
     std::size_t count(std::string_view from, std::string_view to) const;
     void pairUp();
 
-    const std::int64_t m_partition;
+    std::int64_t m_partition;
     std::vector<Relation> m_relations;  // a relationship's number is its place
 };
 

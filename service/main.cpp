@@ -47,7 +47,6 @@ int main(int count, char** arguments) {
         return 2;
     }
     VLKLog::sharedInstance().setLogLevel(options.value().logLevel);
-    if (!options.value().database.empty()) return fail("this build knows the embedded database only");
     auto database = Database::open(options.value().dataDirectory);
     if (!database) return fail(database.error().localizedDescription());
     if (const auto& what = options.value().expire) {
