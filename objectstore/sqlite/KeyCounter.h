@@ -1,0 +1,42 @@
+// Numbers that are given out once and never again. Internal to the object store.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "objectstore/sqlite/Connection.h"
+
+namespace velkor::NS::sqlite {
+
+/// Hands out the keys of one table (or the sequence numbers of the history) within one write transaction. A table's next number
+/// is one above its highest; only where that would give a number out again (the highest row is removed, or numbers are reserved)
+/// is a floor written to the counters table, so that saves which merely insert write nothing more than their rows.
+class KeyCounter {
+public:
+    /// `table` and `column` as in SQL.
+    KeyCounter(std::string name, std::string table, std::string column);
+
+    /// Takes the next number.
+    Result<std::int64_t> take(Connection& connection);
+    /// Takes so many numbers for good; returns the first.
+    Result<std::int64_t> reserve(Connection& connection, std::int64_t count);
+    /// To be called before the row of this number is removed.
+    Result<void> willRemove(Connection& connection, std::int64_t number);
+    /// A number was used that did not come from here.
+    void used(std::int64_t number) noexcept;
+    /// The transaction has ended: others may move the numbers from here on.
+    void forget() noexcept { m_next = 0; }
+    /// The number that comes next.
+    Result<std::int64_t> next(Connection& connection);
+
+private:
+    Result<void> load(Connection& connection);
+    Result<void> writeFloor(Connection& connection);
+
+    std::string m_name;
+    std::string m_loadSQL;
+    std::int64_t m_next = 0;  // 0: not read in this transaction
+    std::int64_t m_floor = 0;
+};
+
+}  // namespace velkor::NS::sqlite
