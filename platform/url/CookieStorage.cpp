@@ -1,6 +1,8 @@
 #include "platform/url/CookieStorage.h"
 
 #include <array>
+#include <cstdlib>
+#include <ctime>
 #include <mutex>
 #include <utility>
 
@@ -36,6 +38,8 @@ struct CookieLine {
 
     const std::string& operator[](Field field) const noexcept { return fields[field]; }
     bool sessionOnly() const { return fields[expiry] == "0"; }
+    /// An expired one may still be listed until the next exchange.
+    bool hasExpired() const { return !sessionOnly() && std::strtoll(fields[expiry].c_str(), nullptr, 10) <= std::time(nullptr); }
     std::string expired() const {
         std::string line;
         for (std::size_t field = 0; field < count; ++field) {
@@ -45,7 +49,7 @@ struct CookieLine {
         return line;
     }
     bool isSentTo(const Place& place) const {
-        return matchesHost(place.host) && matchesPath(place.path) && (place.secure || fields[secure] != "TRUE");
+        return !hasExpired() && matchesHost(place.host) && matchesPath(place.path) && (place.secure || fields[secure] != "TRUE");
     }
 
 private:

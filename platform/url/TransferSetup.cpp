@@ -23,7 +23,7 @@ bool isToken(std::string_view text) {
 }
 
 bool hasScheme(std::string_view url, std::string_view scheme) {
-    return url.size() > scheme.size() && sameHeaderName(url.substr(0, scheme.size()), scheme);
+    return url.size() >= scheme.size() && sameHeaderName(url.substr(0, scheme.size()), scheme);
 }
 
 /// Hosts that are asked without the environment's proxy: those that the environment names, and this machine.
