@@ -53,12 +53,6 @@ private:
     Value m_notSerialized, m_notDeserialized;
 };
 
-/// The host's own setter, if its class registered one.
-bool hasOwnSetter(const ManagedObject& object, std::string_view name) {
-    const ObjectClass* objectClass = object.entity().objectClass();
-    return objectClass && objectClass->setterFor(name);
-}
-
 using Lookup = std::function<std::shared_ptr<ManagedObject>(const ObjectClass&, std::string_view, ErrorOut)>;
 
 std::shared_ptr<ManagedObject> findDestination(const Lookup& lookup, const ObjectClass* objectClass, const Value& guid,
@@ -85,11 +79,7 @@ void replayToMany(ManagedObject* object, std::string_view name, const Dictionary
     if (!object) return;
     const RelationshipDescription* relationship = object->entity().relationshipNamed(name);
     if (!relationship || !relationship->toMany) return logIgnored(name, "the entity has no to-many relationship of that name.");
-    if (hasOwnSetter(*object, name)) {
-        object->setValueForKey(std::make_shared<ObjectSet>(std::move(destinations)), name);
-    } else {
-        object->setDestinations(*relationship, ObjectSet(std::move(destinations)));
-    }
+    object->setDestinations(*relationship, ObjectSet(std::move(destinations)));
 }
 
 void replayToOne(ManagedObject* object, std::string_view name, const Dictionary& description, const Lookup& lookup) {
@@ -101,13 +91,7 @@ void replayToOne(ManagedObject* object, std::string_view name, const Dictionary&
         std::optional<Error> error;
         auto destination = findDestination(lookup, classNamed(type), guid, error);
         if (!destination) return logMissing(type, guid, error);
-        if (!object) return;
-        const RelationshipDescription* relationship = object->entity().relationshipNamed(name);
-        if (relationship && !relationship->toMany && !hasOwnSetter(*object, name)) {
-            object->setDestination(*relationship, destination);
-        } else {
-            object->setValueForKey(destination, name);
-        }
+        if (object) object->setValueForKey(destination, name);
     } catch (const Exception& exception) {
         systemLog(format("Failed to inflate object %@ due to error: %@", guid, exception.reason()));
     }
