@@ -1,5 +1,7 @@
 #include "service/ChangesEndpoint.h"
 
+#include <algorithm>
+
 #include "json/JSONWriter.h"
 #include "service/BatchIntake.h"
 #include "service/Download.h"
@@ -37,7 +39,8 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
     auto known = Instance::find(connection, partition.id, request.instance());
     Instance instance = known ? *known : Instance::add(connection, partition.id, request.instance());
     const bool comparable = known && request.highest() >= -1 && request.highest() <= partition.highest;
-    const std::int64_t highest = comparable ? request.highest() : -1;
+    // Numbers start at 1, so a newcomer has seen everything up to 0.
+    const std::int64_t highest = comparable ? std::max<std::int64_t>(request.highest(), 0) : 0;
     partition.settle(connection);
     partition.changesLock = lock->serial;
     storeSchema(connection, partition.id, request.modelVersion(), request.schema());
