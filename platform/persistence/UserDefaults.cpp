@@ -68,9 +68,11 @@ struct UserDefaults::State {
 
     void loadOnce() {
         if (std::exchange(loaded, true)) return;
-        if (directory.empty()) directory = defaultDirectory();
-        if (directory.empty()) return;
-        file = directory / "defaults.plist";
+        values.clear();
+        identity = {};
+        const auto place = directory.empty() ? defaultDirectory() : directory;
+        file = place.empty() ? place : place / "defaults.plist";
+        if (file.empty()) return;
         removeStaleTemporaryFiles(file);
         if (const auto result = takeInFile(); !result) systemLog(result.error().localizedDescription());
     }
@@ -102,9 +104,10 @@ struct UserDefaults::State {
     }
     Result<FileDescriptor> lockFile() const {
         std::error_code error;
-        std::filesystem::create_directories(directory, error);
-        if (error) return fileError("make directory", directory, error.value());
-        const std::filesystem::path path = directory / "defaults.plist.lock";
+        std::filesystem::create_directories(file.parent_path(), error);
+        if (error) return fileError("make directory", file.parent_path(), error.value());
+        std::filesystem::path path = file;
+        path += ".lock";
         FileDescriptor descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
         if (!descriptor) return fileError("lock", path);
         while (::flock(descriptor.number(), LOCK_EX) != 0) {
