@@ -1,37 +1,14 @@
 #include "platform/url/Transfer.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <utility>
 
 #include "platform/base/Exception.h"
 #include "platform/concurrency/RunLoop.h"
-#include "platform/url/HeaderName.h"
 #include "platform/url/TransferError.h"
 #include "platform/url/TransferLoop.h"
 
 namespace velkor::NS::detail {
-
-namespace {
-
-/// Most bytes that the headers of one answer may have.
-constexpr std::size_t mostHeaderBytes = 256 * 1024;
-
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
-std::string_view headerValue(const URLRequest::Headers& headers, std::string_view name) {
-    for (const auto& [field, value] : headers) {
-        if (sameHeaderName(field, name)) return value;
-    }
-    return {};
-}
-
-}  // namespace
 
 void Transfer::scheduleIn(RunLoop& loop) {
     m_core = loop.core().weak_from_this();
@@ -76,7 +53,7 @@ void Transfer::ended(CURLcode result) {
     if (result != CURLE_OK) {
         m_error = errorFor(result);
     } else {
-        if (m_responseState == ResponseState::none) finishHeaders();
+        if (m_responseState == ResponseState::none) finishHead();
         curl_off_t sent = 0;
         curl_easy_getinfo(m_handle.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
         if (!m_request.httpBody().empty()) m_sent = std::max<std::int64_t>(m_sent, sent);
@@ -87,47 +64,35 @@ void Transfer::ended(CURLcode result) {
 
 Error Transfer::errorFor(CURLcode result) const {
     if (m_tooLong) return transferError(URLError::bodyTooLong, {});
-    if (m_badHeaders) return transferError(URLError::badServerResponse, {});
-    return transferError(codeFor(result, m_response.statusCode != 0), *m_errorText ? m_errorText : curl_easy_strerror(result));
+    if (m_headTooLong) return transferError(URLError::badServerResponse, {});
+    return transferError(codeFor(result, m_head.statusCode() != 0), *m_errorText ? m_errorText : curl_easy_strerror(result));
 }
 
 // What libcurl reports. Nothing here may raise or call out.
 
+void Transfer::noteMove() noexcept {
+    m_lastMove = now();
+    m_seemsIdle = false;
+}
+
 std::size_t Transfer::headerCame(char* bytes, std::size_t, std::size_t size, void* self) {
     auto& transfer = *static_cast<Transfer*>(self);
+    transfer.noteMove();
     return transfer.takeHeaderLine(std::string_view(bytes, size)) ? size : 0;
 }
 
 bool Transfer::takeHeaderLine(std::string_view line) {
-    if (line.starts_with("HTTP/")) {  // each answer of a chain of redirects, and each interim one, begins anew
-        m_response = {};
-        m_headerBytes = 0;
-        m_received = 0;
-        if (const auto space = line.find(' '); space != std::string_view::npos) {
-            std::from_chars(line.data() + space + 1, line.data() + line.size(), m_response.statusCode);
-        }
-        return true;
-    }
     if (m_responseState != ResponseState::none) return true;  // what follows a chunked body
-    m_headerBytes += line.size();
-    m_badHeaders = m_headerBytes > mostHeaderBytes;
-    if (m_badHeaders) return false;
-    if (trimmed(line).empty()) {
-        const bool redirects = m_response.statusCode / 100 == 3 && !headerValue(m_response.headers, "Location").empty();
-        if (redirects) prepareRedirect();
-        return m_response.statusCode < 200 || redirects || finishHeaders();
-    }
-    auto& headers = m_response.headers;
-    if ((line[0] == ' ' || line[0] == '\t') && !headers.empty()) {
-        headers.back().second.append(" ").append(trimmed(line));
-    } else if (const auto colon = line.find(':'); colon != std::string_view::npos) {
-        headers.emplace_back(trimmed(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
-    }
-    return true;
+    const auto step = m_head.take(line);
+    m_headTooLong = step == ResponseHead::Step::tooLong;
+    if (step == ResponseHead::Step::redirect) prepareRedirect();
+    return step == ResponseHead::Step::complete ? finishHead() : !m_headTooLong;
 }
 
 /// The answer to be told: false when it announces more than may be taken in.
-bool Transfer::finishHeaders() {
+bool Transfer::finishHead() {
+    m_response.statusCode = m_head.statusCode();
+    m_response.headers = m_head.headers();
     const char* url = nullptr;
     curl_easy_getinfo(m_handle.get(), CURLINFO_EFFECTIVE_URL, &url);
     m_response.url = url ? url : m_request.url();
@@ -142,6 +107,7 @@ bool Transfer::finishHeaders() {
 
 std::size_t Transfer::bytesCame(char* bytes, std::size_t, std::size_t size, void* self) {
     auto& transfer = *static_cast<Transfer*>(self);
+    transfer.noteMove();
     transfer.m_received += size;
     transfer.m_tooLong = transfer.m_received > transfer.m_maximumSize;
     if (transfer.m_tooLong) return 0;
@@ -152,7 +118,9 @@ std::size_t Transfer::bytesCame(char* bytes, std::size_t, std::size_t size, void
 
 int Transfer::progressed(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
     auto& transfer = *static_cast<Transfer*>(self);
-    if (sent > transfer.m_sent) {
+    if (sent == std::exchange(transfer.m_sentNow, sent)) return 0;
+    transfer.noteMove();
+    if (sent > transfer.m_sent) {  // not while a body goes out again to where it was redirected
         transfer.m_sent = sent;
         transfer.announce();
     }

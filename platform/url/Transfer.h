@@ -6,9 +6,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/concurrency/RunLoopCore.h"
 #include "platform/url/Curl.h"
+#include "platform/url/ResponseHead.h"
 #include "platform/url/URLConnection.h"
 
 namespace velkor::NS::detail {
@@ -34,6 +36,14 @@ public:
     void ended(CURLcode result);
     /// For the TransferLoop: the loop ends before the transfer.
     void abandon(CURLM* multi);
+    CURL* handle() const noexcept { return m_handle.get(); }
+    /// Milliseconds of a steady clock.
+    static std::uint64_t now() noexcept { return uv_hrtime() / 1'000'000; }
+    /// When the time-out ends, if nothing moves until then; on the same clock.
+    std::uint64_t idleDeadline() const noexcept { return m_lastMove + m_timeout; }
+    /// Whether the time-out has ended. True only at the second asking: a loop that was busy elsewhere has to look at its sockets
+    /// first.
+    bool isIdleAgain() noexcept { return now() >= idleDeadline() && std::exchange(m_seemsIdle, true); }
 
 private:
     enum class ResponseState { none, complete, told };
@@ -50,7 +60,8 @@ private:
     static int progressed(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent);
     bool takeHeaderLine(std::string_view line);
     void prepareRedirect();
-    bool finishHeaders();
+    void noteMove() noexcept;
+    bool finishHead();
     Error errorFor(CURLcode result) const;
 
     void announce();
@@ -72,9 +83,13 @@ private:
     char m_errorText[CURL_ERROR_SIZE] = "";
     CURLcode m_optionResult = CURLE_OK;
     bool m_tooLong = false;
-    bool m_badHeaders = false;
-    std::size_t m_headerBytes = 0;
+    ResponseHead m_head;
+    bool m_headTooLong = false;
+    std::int64_t m_sentNow = 0;
     std::uint64_t m_received = 0;
+    std::uint64_t m_timeout = 0;   // milliseconds
+    std::uint64_t m_lastMove = 0;  // see now()
+    bool m_seemsIdle = false;
 
     // What came, until it is told.
     bool m_announced = false;

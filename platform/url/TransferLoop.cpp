@@ -38,9 +38,8 @@ TransferLoop::TransferLoop(RunLoopCore& core) : m_core(core) {
     initializeCurl();
     m_multi = curl_multi_init();
     assertThat(m_multi, "The connections' handle cannot be made");
-    m_timer = new uv_timer_t;
-    uv_timer_init(core.uvLoop(), m_timer);
-    m_timer->data = this;
+    m_timer = makeTimer();
+    m_idleTimer = makeTimer();
     curl_multi_setopt(m_multi, CURLMOPT_SOCKETFUNCTION, &TransferLoop::socketChanged);
     curl_multi_setopt(m_multi, CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(m_multi, CURLMOPT_TIMERFUNCTION, &TransferLoop::timeChanged);
@@ -52,6 +51,14 @@ TransferLoop::~TransferLoop() {
     m_spareHandles.clear();
     curl_multi_cleanup(m_multi);
     closeAndDelete(m_timer);
+    closeAndDelete(m_idleTimer);
+}
+
+uv_timer_t* TransferLoop::makeTimer() {
+    auto* timer = new uv_timer_t;
+    uv_timer_init(m_core.uvLoop(), timer);
+    timer->data = this;
+    return timer;
 }
 
 CurlEasy TransferLoop::takeHandle() {
@@ -63,6 +70,7 @@ CurlEasy TransferLoop::takeHandle() {
 
 void TransferLoop::giveBack(CurlEasy handle) {
     if (m_spareHandles.size() >= mostSpareHandles) return;
+    curl_easy_setopt(handle.get(), CURLOPT_COOKIEFILE, nullptr);  // the reset would forget to free it
     curl_easy_reset(handle.get());
     m_spareHandles.push_back(std::move(handle));
 }
@@ -71,11 +79,13 @@ void TransferLoop::add(Transfer& transfer, CURL* handle) {
     curl_easy_setopt(handle, CURLOPT_PRIVATE, &transfer);
     assertThat(curl_multi_add_handle(m_multi, handle) == CURLM_OK, "A transfer cannot be started");
     m_running.insert(&transfer);
+    startIdleTimer(transfer.idleDeadline());
     m_core.noteChange();
 }
 
 void TransferLoop::remove(Transfer& transfer, CURL* handle) {
     m_running.erase(&transfer);
+    if (m_running.empty()) uv_timer_stop(m_idleTimer);
     curl_multi_remove_handle(m_multi, handle);
     m_core.noteChange();
 }
@@ -116,6 +126,29 @@ int TransferLoop::timeChanged(CURLM*, long milliseconds, void* self) {
     return 0;
 }
 
+/// Lets the idle timer fire at this time, unless it does so earlier.
+void TransferLoop::startIdleTimer(std::uint64_t deadline) {
+    const auto now = Transfer::now();
+    const std::uint64_t wait = deadline > now ? deadline - now : 1;
+    uv_update_time(m_core.uvLoop());
+    if (uv_is_active(reinterpret_cast<uv_handle_t*>(m_idleTimer)) && uv_timer_get_due_in(m_idleTimer) <= wait) return;
+    uv_timer_start(m_idleTimer, &TransferLoop::idleTimeReached, wait, 0);
+}
+
+void TransferLoop::idleTimeReached(uv_timer_t* timer) {
+    auto& loop = *static_cast<TransferLoop*>(timer->data);
+    const std::vector<Transfer*> running(loop.m_running.begin(), loop.m_running.end());
+    for (auto* transfer : running) {
+        if (transfer->isIdleAgain()) loop.end(*transfer, transfer->handle(), CURLE_OPERATION_TIMEDOUT);
+    }
+    for (auto* transfer : loop.m_running) loop.startIdleTimer(transfer->idleDeadline());
+}
+
+void TransferLoop::end(Transfer& transfer, CURL* handle, CURLcode result) {
+    remove(transfer, handle);
+    transfer.ended(result);
+}
+
 void TransferLoop::timeReached(uv_timer_t* timer) { static_cast<TransferLoop*>(timer->data)->act(CURL_SOCKET_TIMEOUT, 0); }
 
 void TransferLoop::socketReady(uv_poll_t* poll, int status, int events) {
@@ -137,9 +170,7 @@ void TransferLoop::act(curl_socket_t socket, int events) {
         const CURLcode result = message->data.result;  // the message does not outlive the removal
         char* transfer = nullptr;
         curl_easy_getinfo(handle, CURLINFO_PRIVATE, &transfer);
-        auto& ended = *reinterpret_cast<Transfer*>(transfer);
-        remove(ended, handle);
-        ended.ended(result);
+        end(*reinterpret_cast<Transfer*>(transfer), handle, result);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <uv.h>
 
+#include <cstdint>
 #include <memory>
 #include <unordered_set>
 #include <vector>
@@ -14,8 +15,10 @@ namespace velkor::NS::detail {
 
 class Transfer;
 
-/// Drives the transfers of one run loop; connections to a host are kept and used again. Belongs to the loop's core, made by the
-/// first transfer; when the loop ends, running transfers end without a word. All calls on the loop's thread.
+/// Drives the transfers of one run loop; connections to a host are kept and used again. It also ends transfers that have been
+/// idle for too long: libcurl's low-speed limit looks at seconds and averages, and so hits some that were not. Belongs to the
+/// loop's core, made by the first transfer; when the loop ends, running transfers end without a word. All calls on the loop's
+/// thread.
 class TransferLoop {
 public:
     static TransferLoop& of(RunLoopCore& core);
@@ -39,11 +42,17 @@ private:
     static int timeChanged(CURLM*, long milliseconds, void* self);
     static void socketReady(uv_poll_t* poll, int status, int events);
     static void timeReached(uv_timer_t* timer);
+    static void idleTimeReached(uv_timer_t* timer);
+    void startIdleTimer(std::uint64_t deadline);
     void act(curl_socket_t socket, int events);
+    void end(Transfer& transfer, CURL* handle, CURLcode result);
+    uv_timer_t* makeTimer();
 
     RunLoopCore& m_core;
     CURLM* m_multi;
-    uv_timer_t* m_timer;  // libuv wants it until it is closed
+    // libuv wants them until they are closed.
+    uv_timer_t* m_timer;
+    uv_timer_t* m_idleTimer;  // runs while a transfer does
     std::unordered_set<Transfer*> m_running;
     std::vector<CurlEasy> m_spareHandles;
 };

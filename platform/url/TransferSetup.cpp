@@ -14,7 +14,8 @@ namespace velkor::NS::detail {
 namespace {
 
 constexpr long mostRedirects = 16;
-constexpr double usualTimeout = 60;
+constexpr double usualTimeout = 60;  // seconds
+constexpr double mostTimeout = 1e6;
 
 bool isToken(std::string_view text) {
     return !text.empty() && text.find_first_not_of(
@@ -78,11 +79,10 @@ std::optional<Error> Transfer::configure() {
     set(CURLOPT_SHARE, CookieStorage::sharedStorage().shareHandle());
     set(CURLOPT_COOKIEFILE, "");
 
-    // An idle time-out: it runs while nothing moves.
-    const double timeout = m_request.timeoutInterval() > 0 ? std::min(m_request.timeoutInterval(), 1e6) : usualTimeout;
-    set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::ceil(timeout * 1000)));
-    set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(std::ceil(timeout)));
+    const double timeout = m_request.timeoutInterval() > 0 ? std::min(m_request.timeoutInterval(), mostTimeout) : usualTimeout;
+    m_timeout = static_cast<std::uint64_t>(std::ceil(timeout * 1000));
+    set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_timeout));
+    noteMove();
 
     set(CURLOPT_ERRORBUFFER, m_errorText);
     set(CURLOPT_HEADERFUNCTION, &Transfer::headerCame);
@@ -122,7 +122,7 @@ void Transfer::configureBody() {
 
 /// A "see other" asks for a GET, whatever the method was.
 void Transfer::prepareRedirect() {
-    if (m_response.statusCode == 303 && m_request.httpMethod() != "HEAD") {
+    if (m_head.statusCode() == 303 && m_request.httpMethod() != "HEAD") {
         curl_easy_setopt(m_handle.get(), CURLOPT_CUSTOMREQUEST, nullptr);
     }
 }

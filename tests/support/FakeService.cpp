@@ -3,17 +3,18 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
 #include "platform/concurrency/RunLoop.h"
+#include "platform/url/HeaderName.h"
 
 namespace velkor::test {
 
@@ -49,7 +50,7 @@ public:
         while ((end = m_bytes.find("\r\n\r\n")) == std::string::npos) {
             if (!readMore()) return std::nullopt;
         }
-        FakeRequest request = parse(std::string_view(m_bytes).substr(0, end + 2));
+        FakeRequest request = parse(m_bytes.substr(0, end + 2));
         m_bytes.erase(0, end + 4);
         const std::size_t length = std::stoul(request.header("Content-Length").value_or("0"));
         while (m_bytes.size() < length) {
@@ -77,23 +78,16 @@ private:
         return got > 0;
     }
 
-    static FakeRequest parse(std::string_view head) {
+    static FakeRequest parse(const std::string& head) {
         FakeRequest request;
-        const auto nextLine = [&head] {
-            const auto end = head.find("\r\n");
-            const auto line = head.substr(0, end);
-            head.remove_prefix(end + 2);
-            return line;
-        };
-        const auto first = nextLine();
-        const auto space = first.find(' ');
-        request.method = first.substr(0, space);
-        request.target = first.substr(space + 1, first.rfind(' ') - space - 1);
-        while (!head.empty()) {
-            const auto line = nextLine();
+        std::istringstream lines(head);
+        std::string line;
+        lines >> request.method >> request.target;
+        std::getline(lines, line);
+        while (std::getline(lines, line)) {
             const auto colon = line.find(':');
-            const auto value = line.find_first_not_of(' ', colon + 1);
-            request.headers.emplace_back(line.substr(0, colon), value == std::string_view::npos ? "" : line.substr(value));
+            const auto value = std::min(line.find_first_not_of(' ', colon + 1), line.size() - 1);
+            request.headers.emplace_back(line.substr(0, colon), line.substr(value, line.size() - 1 - value));  // without the CR
         }
         return request;
     }
@@ -120,13 +114,10 @@ std::string chunkOf(std::string_view bytes) {
 std::optional<std::string> FakeRequest::header(std::string_view name) const {
     std::optional<std::string> joined;
     for (const auto& [field, value] : headers) {
-        if (field.size() != name.size() || strncasecmp(field.data(), name.data(), name.size()) != 0) continue;
-        joined = joined ? *joined + "," + value : value;
+        if (NS::detail::sameHeaderName(field, name)) joined = joined ? *joined + "," + value : value;
     }
     return joined;
 }
-
-FakeAnswer FakeAnswer::json(std::string_view text, int status) { return FakeAnswer::text(text, status, "application/json"); }
 
 FakeAnswer FakeAnswer::text(std::string_view text, int status, std::string_view type) {
     FakeAnswer answer;
@@ -297,7 +288,7 @@ bool FakeService::awaitRequests(std::size_t count, std::string_view prefix) {
         m_state->waiter = waiter;
     };
     setWaiter(&loop);
-    const bool came = loop.runUntil([&] { return requestCount(prefix) >= count; }, static_cast<double>(patience.count()));
+    const bool came = loop.runUntil([&] { return requestCount(prefix) >= count; }, patience);
     setWaiter(nullptr);
     return came;
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -40,8 +39,8 @@ struct FakeAnswer {
     bool unannounced = false;        // sends the body in chunks, without a length
     std::optional<std::string> raw;  // sent instead of an HTTP answer, then closes
 
-    static FakeAnswer json(std::string_view text, int status = 200);
     static FakeAnswer text(std::string_view text, int status = 200, std::string_view type = "text/plain");
+    static FakeAnswer json(std::string_view body, int status = 200) { return text(body, status, "application/json"); }
     /// 200 with a body that is no JSON.
     static FakeAnswer notJson() { return text("<html>", 200, "text/html"); }
     /// 409 as for a user whose lock another instance holds.
@@ -71,7 +70,7 @@ struct FakeAnswer {
 class FakeService {
 public:
     using Handler = std::function<FakeAnswer(const FakeRequest&)>;
-    static constexpr std::chrono::seconds patience{30};
+    static constexpr double patience = 30;  // seconds
 
     FakeService();
     ~FakeService();

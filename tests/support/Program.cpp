@@ -24,7 +24,8 @@ std::string programPath(const std::string& program) {
 
 }  // namespace
 
-Program::Program(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment, const std::string& input) {
+Program::Program(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment,
+                 const std::string& input) {
     std::string path = programPath(program);
     std::vector<char*> argv{path.data()};
     std::vector<std::string> copies = arguments;
@@ -122,7 +123,8 @@ const Outcome& Program::wait() {
     return m_outcome;
 }
 
-Outcome run(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment, const std::string& input) {
+Outcome run(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment,
+            const std::string& input) {
     return Program(program, arguments, environment, input).wait();
 }
 

@@ -22,7 +22,8 @@ using Environment = std::map<std::string, std::string>;
 class Program {
 public:
     /// Starts the program (a path, or a name in the build's bin directory) with extra environment variables.
-    Program(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment = {}, const std::string& input = {});
+    Program(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment = {},
+            const std::string& input = {});
     ~Program();
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
@@ -48,7 +49,8 @@ private:
 };
 
 /// Runs the program to its end.
-Outcome run(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment = {}, const std::string& input = {});
+Outcome run(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment = {},
+            const std::string& input = {});
 
 /// A directory that goes with the object.
 class TemporaryDirectory {
