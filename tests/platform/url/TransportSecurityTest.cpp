@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -57,6 +58,7 @@ private:
         m_process = fork();
         if (m_process == 0) {
             dup2(ends[1], STDOUT_FILENO);
+            if (!freopen("/dev/null", "w", stderr)) _exit(1);  // it reports every refusal
             if (chdir(m_directory.c_str()) != 0) _exit(1);
             execlp("openssl", "openssl", "s_server", "-accept", "127.0.0.1:0", "-cert", "server.pem", "-key", "server.key",
                    "-www", nullptr);
