@@ -80,7 +80,7 @@ TEST_F(NotesProgramTest, DumpStatesEveryObjectToTheLetter) {
     replaceAll("\"createdAt\":\"");
     replaceAll("\"modifiedAt\":\"");
     // The tag's guid is the only one that the test did not choose.
-    auto tagAt = dump.find("{\"entity\":\"Tag\",\"guid\":\"") + 23;
+    auto tagAt = dump.find("{\"entity\":\"Tag\",\"guid\":\"") + 24;
     std::string tag = dump.substr(tagAt, 36);
     for (auto at = dump.find(tag); at != dump.npos; at = dump.find(tag)) dump.replace(at, 36, "TAG");
     EXPECT_EQ(dump,

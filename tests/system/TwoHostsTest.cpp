@@ -46,7 +46,7 @@ TEST_F(TwoHostsTest, ChangesOfBothSidesMeet) {
     EXPECT_EQ(a.must({"hash"}), b.must({"hash"}));
     std::string dump = b.must({"dump"});
     std::string notebook = dump.substr(dump.find("{\"entity\":\"Notebook\""));
-    EXPECT_EQ(std::count(notebook.begin(), notebook.begin() + static_cast<long>(notebook.find('\n')), ','), 6) << "four notes in it: " << notebook;
+    EXPECT_EQ(std::count(notebook.begin(), notebook.begin() + static_cast<long>(notebook.find('\n')), ','), 7) << "four notes in it: " << notebook;
     EXPECT_EQ(a.must({"--json", "sync"}), R"({"ok":true,"sent":0,"received":0,"error":null})");
 }
 
