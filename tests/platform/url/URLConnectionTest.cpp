@@ -307,6 +307,8 @@ TEST_F(URLConnectionTest, CancelIsSilentAtAnyTime) {
     service.script("", "/parts", {FakeAnswer::text("0123456789").heldAfterBytes(5)});
     service.script("", "/done", {FakeAnswer::text("done")});
     ConnectionRecorder never;
+    ConnectionRecorder unresolved;
+    int unresolvedEnds = 0;
     {
         URLConnection unstarted(URLRequest(url("/done")), &never);
         unstarted.cancel();
@@ -317,10 +319,11 @@ TEST_F(URLConnectionTest, CancelIsSilentAtAnyTime) {
         URLConnection bad(URLRequest(""), &never);
         bad.start();
         bad.cancel();
-        URLConnection resolving(URLRequest("http://name.invalid/"), &never);
+        URLConnection resolving(URLRequest("http://name.invalid/"), &unresolved);
         resolving.start();
         loop.dispatchPending();
         resolving.cancel();
+        unresolvedEnds = unresolved.ends;  // a quick resolver has already failed
         URLConnection waiting(URLRequest(url("/hang")), &never);
         waiting.start();
         ASSERT_TRUE(service.awaitRequests(1, "/hang"));
@@ -335,6 +338,7 @@ TEST_F(URLConnectionTest, CancelIsSilentAtAnyTime) {
     service.release(2);
     EXPECT_EQ(exchange(url("/done")).body, "done");
     EXPECT_FALSE(never.response);
+    EXPECT_EQ(unresolved.ends, unresolvedEnds);
     EXPECT_EQ(never.ends + cancelling.ends, 0);
 
     ConnectionRecorder destroying;
