@@ -77,22 +77,36 @@ struct alignas(Value) Dictionary::Storage : SharedStorage {
             const std::uint32_t position = slotFor(key);
             return position == freeSlot ? nullptr : entries() + position;
         }
+        if (key.size() > SharedText::inlineCapacity) {
+            return findInLine([key](const Entry& entry) { return entry.key() == key; });
+        }
+        return findInLine([text = SharedText(key)](const Entry& entry) { return entry.m_key == text; });  // compares two words
+    }
+    template <class Matches>
+    Entry* findInLine(Matches&& matches) noexcept {
         for (Entry *entry = entries(), *end = entry + count; entry != end; ++entry) {
-            if (entry->key() == key) return entry;
+            if (matches(*entry)) return entry;
         }
         return nullptr;
     }
-    // Makes the index anew, sized for the capacity. Of equal keys the first stays in it.
-    void rebuildIndex() {
+    // Makes the index anew, sized for the capacity. Returns the first position whose key an earlier slot has, or the count.
+    std::uint32_t rebuildIndex() {
         std::free(std::exchange(slots, nullptr));
-        if (count <= searchedInLine) return;
+        if (count <= searchedInLine) return count;
         const std::uint32_t slotCount = std::bit_ceil(capacity * 2);
         slots = static_cast<std::uint32_t*>(allocateStorage(slotCount * sizeof(std::uint32_t)));
         slotMask = slotCount - 1;
         std::fill_n(slots, slotCount, freeSlot);
+        std::uint32_t repeat = count;
         for (std::uint32_t i = 0; i < count; ++i) {
-            if (auto& slot = slotFor(entries()[i].key()); slot == freeSlot) slot = i;
+            std::uint32_t& slot = slotFor(entries()[i].key());
+            if (slot == freeSlot) {
+                slot = i;
+            } else {
+                repeat = std::min(repeat, i);
+            }
         }
+        return repeat;
     }
     void append(SharedText&& key, Value&& value) {
         auto* entry = new (entries() + count) Entry(std::move(key), std::move(value));
@@ -103,18 +117,18 @@ struct alignas(Value) Dictionary::Storage : SharedStorage {
             rebuildIndex();
         }
     }
-    // The first position of the key of the member at `position`.
-    std::uint32_t firstPosition(std::uint32_t position) noexcept {
-        if (slots) return slotFor(entries()[position].key());
-        std::uint32_t first = 0;
-        while (!(entries()[first].m_key == entries()[position].m_key)) ++first;
-        return first;
+    // The same for a dictionary without an index.
+    std::uint32_t firstRepeatInLine() noexcept {
+        if (count > searchedInLine) return count;
+        for (std::uint32_t i = 1; i < count; ++i) {
+            for (std::uint32_t earlier = 0; earlier < i; ++earlier) {
+                if (entries()[earlier].m_key == entries()[i].m_key) return i;
+            }
+        }
+        return count;
     }
-    // Drops members whose key an earlier one has, after giving that one their value.
-    void mergeEqualKeys() {
-        std::uint32_t repeated = 1;
-        while (repeated < count && firstPosition(repeated) == repeated) ++repeated;
-        if (repeated == count) return;
+    // Drops the members from `repeated` on whose key an earlier one has, after giving that one their value.
+    void mergeFrom(std::uint32_t repeated) {
         const std::uint32_t end = std::exchange(count, repeated);
         rebuildIndex();
         for (std::uint32_t i = repeated; i < end; ++i) {
@@ -157,8 +171,8 @@ Dictionary Dictionary::adopting(std::span<Entry> members) {
     std::memcpy(static_cast<void*>(storage->entries()), members.data(), members.size_bytes());
     storage->count = storage->capacity;
     std::uninitialized_value_construct(members.begin(), members.end());
-    storage->rebuildIndex();
-    storage->mergeEqualKeys();
+    const std::uint32_t repeated = std::min(storage->firstRepeatInLine(), storage->rebuildIndex());
+    if (repeated < storage->count) storage->mergeFrom(repeated);
     return dictionary;
 }
 

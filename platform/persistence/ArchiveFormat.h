@@ -3,9 +3,11 @@
 //   archive  = "VKARCHIV" version:u32 length:u64 body crc:u32      (little endian; the CRC-32 covers everything before it)
 //   body     = value
 //   value    = tag content
+//   members  = count:u32 (key value)*
+//   key      = length, bytes                                       (in dictionaries)
+//            | name                                                (in objects)
 //   name     = index                                               (of a name met before, 0 is the first one)
-//            | number of names so far, length, bytes               (a new name; keys and class names share the numbering)
-//   members  = count:u32 (name value)*
+//            | number of names so far, length, bytes               (a new name; members of objects and classes share the numbering)
 //
 // Lengths, counts of arrays and indices are unsigned LEB128 numbers.
 #pragma once

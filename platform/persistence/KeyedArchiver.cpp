@@ -141,7 +141,8 @@ private:
             appendTag(Tag::dictionary);
             appendMembers(depth, [&] {
                 for (const auto& [key, member] : *dictionary) {
-                    beginMember(key);
+                    ++m_members;
+                    appendBytes(key);
                     encode(member, depth);
                 }
             });

@@ -1,5 +1,6 @@
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -143,7 +144,7 @@ private:
             case Tag::array:
                 return array(depth + 1);
             case Tag::dictionary:
-                return members(depth + 1);
+                return dictionary(depth + 1);
             case Tag::object:
                 return object(depth + 1);
             default:
@@ -158,28 +159,37 @@ private:
         const std::uint64_t count = number();
         if (count > m_rest.size()) return refuse("it ends too early");  // an element takes a byte at least
         Array array;
+        array.reserve(std::min<std::uint64_t>(count, 1024));
         for (std::uint64_t i = 0; i < count && !failed(); ++i) array.push_back(valueAt(depth));
         return array;
     }
-    Dictionary members(std::size_t depth) {
+    template <class ReadKey>
+    Dictionary members(std::size_t depth, ReadKey&& readKey) {
         const auto count = fixed<std::uint32_t>();
         if (count > m_rest.size() / 2) refuse("it ends too early");  // a member takes two bytes at least
         const std::size_t first = m_entries.size();
         for (std::uint32_t i = 0; i < count && !failed(); ++i) {
-            const Name* key = name();
-            if (!key) break;
-            SharedText text = key->text;  // the names move when more are met
+            SharedText key = readKey();
             Value value = valueAt(depth);
-            if (!failed()) m_entries.emplace_back(std::move(text), std::move(value));
+            if (!failed()) m_entries.emplace_back(std::move(key), std::move(value));
         }
         Dictionary members = Dictionary::adopting(std::span(m_entries).subspan(first));
         m_entries.resize(first);
         return members;
     }
+    Dictionary dictionary(std::size_t depth) {
+        return members(depth, [this] { return SharedText(bytes()); });
+    }
+    Dictionary objectMembers(std::size_t depth) {
+        return members(depth, [this] {
+            const Name* key = name();
+            return key ? key->text : SharedText();
+        });
+    }
     Value object(std::size_t depth) {
         const Factory* factory = factoryFor(name());
         if (!factory) return {};
-        const Dictionary own = members(depth);
+        const Dictionary own = objectMembers(depth);
         if (failed()) return {};
         auto object = (*factory)(MemberCoder(own));
         return object ? Value(std::move(object)) : refuse("an object could not be restored");

@@ -158,7 +158,7 @@ TEST_F(KeyedArchiverTest, refusesBodiesThatLie) {
         "\x06\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F"sv,  // more than 64 bits
         "\x09\xFF\xFF\xFF\xFF\x07"sv,                      // more elements than bytes
         "\x0A\xFF\xFF\xFF\xFF\0\0"sv,                      // more members than bytes
-        "\x0A\x01\0\0\0\x01\x00"sv,                        // a name that is not there
+        "\x0B\x01\0\0\0\x01\x00"sv,                        // a name that is not there
         "\x03\x01"sv,                                      // half a number
         "\x05\x03x.y"sv,                                   // no decimal
         "\x01\x01"sv,                                      // something behind the end
@@ -177,8 +177,8 @@ TEST_F(KeyedArchiverTest, readsTheFirstVersionsBytes) {
     using namespace std::string_view_literals;
     const auto body =
         "\x0A\x02\0\0\0"
-        "\x00\x04guid\x0B\x01\x05Point\x02\0\0\0\x02\x01x\x03\x07\0\0\0\0\0\0\0\x03\x07visible\x02"
-        "\x04\x04list\x09\x03\x00\x02\x06\x03"
+        "\x04guid\x0B\x00\x05Point\x02\0\0\0\x01\x01x\x03\x07\0\0\0\0\0\0\0\x02\x07visible\x02"
+        "\x04list\x09\x03\x00\x02\x06\x03"
         "abc"sv;
     const auto restored = unarchiveObjectWithData(sealed(body));
     ASSERT_TRUE(restored) << restored.error().localizedDescription();
