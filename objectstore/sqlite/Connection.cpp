@@ -102,19 +102,37 @@ Result<std::int64_t> Connection::integer(std::string_view sql) {
     return found;
 }
 
+sqlite3_file* Connection::openFile(int pointer) const noexcept {
+    sqlite3_file* file = nullptr;
+    sqlite3_file_control(m_handle, "main", pointer, &file);
+    return file && file->pMethods ? file : nullptr;
+}
+
 Result<void> Connection::syncLog() {
-    sqlite3_file* log = nullptr;
-    sqlite3_file_control(m_handle, "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
-    if (!log || !log->pMethods) return {};  // no log yet: nothing was committed since it was folded into the file
+    sqlite3_file* log = openFile(SQLITE_FCNTL_JOURNAL_POINTER);
+    if (!log) return {};  // nothing was committed since the log was folded into the file
     const int code = log->pMethods->xSync(log, SQLITE_SYNC_FULL);
-    if (code != SQLITE_OK) return failureOfCode(m_file, code, sqlite3_errstr(code), 0);
+    if (code != SQLITE_OK) return failureOfCode(m_file, code, sqlite3_errstr(code), systemError(code));
     return {};
+}
+
+int Connection::systemError(int code) const noexcept {
+    // After a failed commit the process's errno is that of the clearing up; the files keep their own.
+    if ((code & 0xFF) == SQLITE_IOERR) {
+        for (const int pointer : {SQLITE_FCNTL_JOURNAL_POINTER, SQLITE_FCNTL_FILE_POINTER}) {
+            int error = 0;
+            sqlite3_file* file = openFile(pointer);
+            if (file && file->pMethods->xFileControl(file, SQLITE_FCNTL_LAST_ERRNO, &error) == SQLITE_OK && error != 0)
+                return error;
+        }
+    }
+    return sqlite3_system_errno(m_handle);
 }
 
 Error Connection::failure(int code) const {
     // A value too large to bind leaves no message with the connection.
     const char* message = sqlite3_extended_errcode(m_handle) == code ? sqlite3_errmsg(m_handle) : sqlite3_errstr(code);
-    return failureOfCode(m_file, code, message, sqlite3_system_errno(m_handle));
+    return failureOfCode(m_file, code, message, systemError(code));
 }
 
 }  // namespace velkor::NS::sqlite

@@ -99,6 +99,9 @@ private:
     friend class StatementLease;
     Connection(sqlite3* handle, std::filesystem::path file) : m_handle(handle), m_file(std::move(file)) {}
     void giveBack(StatementCache::node_type entry) noexcept;
+    sqlite3_file* openFile(int pointer) const noexcept;
+    /// The system's error number behind a failure; 0 when there is none.
+    int systemError(int code) const noexcept;
 
     sqlite3* m_handle;
     std::filesystem::path m_file;

@@ -39,7 +39,10 @@ Value keptValue(const Statement& row, int place, const EntityDescription* entity
 
 }  // namespace
 
-KeyCounter historyCounter() { return {"history sequence", "history", "sequence"}; }
+KeyCounter historyCounter() noexcept {
+    static const KeyCounter::Source source("history sequence", "history", "sequence");
+    return KeyCounter(source);
+}
 
 Result<void> readHistory(Connection& connection, const StoreLayout& layout, const ManagedObjectModel& model,
                          std::int64_t sequence, const std::function<void(HistoryRow&&)>& handle) {

@@ -13,8 +13,8 @@
 
 namespace velkor::NS::sqlite {
 
-/// The counter of the history's sequence numbers.
-KeyCounter historyCounter();
+/// A counter of the history's sequence numbers.
+KeyCounter historyCounter() noexcept;
 
 /// Rows above `sequence`, oldest first. A kept value of a class or attribute that the model has lost comes as it is stored.
 Result<void> readHistory(Connection& connection, const StoreLayout& layout, const ManagedObjectModel& model,

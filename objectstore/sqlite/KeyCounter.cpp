@@ -4,17 +4,17 @@
 
 namespace velkor::NS::sqlite {
 
-KeyCounter::KeyCounter(std::string name, std::string table, std::string column)
-    : m_name(std::move(name)),
-      m_loadSQL("SELECT coalesce((SELECT max(" + std::move(column) + ") FROM " + std::move(table) +
-                "),0),coalesce((SELECT next FROM counters WHERE name=?),1)") {}
+KeyCounter::Source::Source(std::string counterName, const std::string& table, const std::string& column)
+    : name(std::move(counterName)),
+      loadSQL("SELECT coalesce((SELECT max(" + column + ") FROM " + table +
+              "),0),coalesce((SELECT next FROM counters WHERE name=?),1)") {}
 
 Result<void> KeyCounter::load(Connection& connection) {
     if (m_next != 0) return {};
-    auto lease = connection.prepare(m_loadSQL);
+    auto lease = connection.prepare(m_source->loadSQL);
     if (!lease) return lease.error();
     Statement& statement = *lease.value();
-    statement.bindText(1, m_name);
+    statement.bindText(1, m_source->name);
     const int code = statement.step();
     if (code != SQLITE_ROW) return connection.failure(code);
     m_floor = statement.integer(1);
@@ -26,7 +26,7 @@ Result<void> KeyCounter::writeFloor(Connection& connection) {
     m_floor = m_next;
     return connection.run("INSERT INTO counters(name,next) VALUES(?,?) ON CONFLICT(name) DO UPDATE SET next=excluded.next",
                           [&](Statement& statement) {
-                              statement.bindText(1, m_name);
+                              statement.bindText(1, m_source->name);
                               statement.bind(2, m_next);
                           });
 }

@@ -13,8 +13,14 @@ namespace velkor::NS::sqlite {
 /// is a floor written to the counters table, so that saves which merely insert write nothing more than their rows.
 class KeyCounter {
 public:
-    /// `table` and `column` as in SQL.
-    KeyCounter(std::string name, std::string table, std::string column);
+    /// What is counted. Outlives its counters.
+    struct Source {
+        /// `table` and `column` as in SQL.
+        Source(std::string counterName, const std::string& table, const std::string& column);
+        std::string name;
+        std::string loadSQL;
+    };
+    explicit KeyCounter(const Source& source) noexcept : m_source(&source) {}
 
     /// Takes the next number.
     Result<std::int64_t> take(Connection& connection);
@@ -24,8 +30,6 @@ public:
     Result<void> willRemove(Connection& connection, std::int64_t number);
     /// A number was used that did not come from here.
     void used(std::int64_t number) noexcept;
-    /// The transaction has ended: others may move the numbers from here on.
-    void forget() noexcept { m_next = 0; }
     /// The number that comes next.
     Result<std::int64_t> next(Connection& connection);
 
@@ -33,8 +37,7 @@ private:
     Result<void> load(Connection& connection);
     Result<void> writeFloor(Connection& connection);
 
-    std::string m_name;
-    std::string m_loadSQL;
+    const Source* m_source;
     std::int64_t m_next = 0;  // 0: not read in this transaction
     std::int64_t m_floor = 0;
 };

@@ -28,6 +28,8 @@ public:
 
     Result<void> run() {
         for (const EntityTable* table : m_plan.dropped) {
+            // Should the entity come back, its keys go on from here.
+            if (auto kept = KeyCounter(table->keys).reserve(m_connection, 0); !kept) return kept.error();
             if (auto dropped = m_connection.execute("DROP TABLE " + table->name); !dropped) return dropped;
         }
         for (const EntityTable* table : m_plan.created) {

@@ -65,11 +65,14 @@ Match takeOperand(const Column& column, const Value& value, Value& argument) {
         argument = Value(*key);
         return Match::comparable;
     }
-    StoredForm form;
     switch (column.type) {
         case AttributeType::undefined:
         case AttributeType::transformable:
             return Match::unsupported;
+        case AttributeType::string:
+            if (!value.isString() || !isStorableText(*value.asString())) return Match::never;
+            argument = value;
+            return Match::comparable;
         case AttributeType::integer16:
         case AttributeType::integer32:
         case AttributeType::integer64:
@@ -86,6 +89,7 @@ Match takeOperand(const Column& column, const Value& value, Value& argument) {
         default:
             break;
     }
+    StoredForm form;
     if (!form.take(column.type, value).empty()) return Match::never;
     switch (form.kind) {
         case StoredForm::Kind::real:
@@ -311,7 +315,7 @@ KeyCondition::KeyCondition(std::span<const RowKey> keys) : m_keys(keys.begin(), 
 void KeyCondition::append(Query& query, std::string_view column) {
     query.sql += column;
     const auto width = static_cast<std::uint64_t>(m_keys.back()) - static_cast<std::uint64_t>(m_keys.front());
-    m_range = m_keys.size() > fewValues && width / 4 <= m_keys.size();
+    m_range = m_keys.size() > fewValues && width / 3 <= m_keys.size();
     if (m_range) {
         query.sql += " BETWEEN ? AND ?";
         query.arguments.emplace_back(m_keys.front());

@@ -41,11 +41,11 @@ Result<RowKey> SQLiteStoreSession::insert(const EntityDescription& entity, RowKe
         insert = std::move(lease).value();
     }
     if (key == 0) {
-        auto taken = counter(*table).take(*m_connection);
+        auto taken = m_keys[entity.index()].take(*m_connection);
         if (!taken) return failed(taken.error());
         key = taken.value();
     } else {
-        counter(*table).used(key);
+        m_keys[entity.index()].used(key);
     }
     insert->bind(1, key);
     int place = 2;
@@ -111,7 +111,7 @@ Result<WriteOutcome> SQLiteStoreSession::remove(const EntityDescription& entity,
     if (auto writable = checkWritable(); !writable) return writable.error();
     const EntityTable* table = m_store->schema().table(entity);
     assertThat(table != nullptr, "A row is removed from a table of this store");
-    if (auto kept = counter(*table).willRemove(*m_connection, key); !kept) return failed(kept.error());
+    if (auto kept = m_keys[entity.index()].willRemove(*m_connection, key); !kept) return failed(kept.error());
     auto removed = m_connection->run(table->removeSQL, [&](Statement& statement) {
         statement.bind(1, key);
         statement.bind(2, expectedVersion);
@@ -165,7 +165,7 @@ Result<std::int64_t> SQLiteStoreSession::appendHistory(const HistoryRow& row) {
         if (!lease) return failed(lease.error());
         m_appendHistory = std::move(lease).value();
     }
-    auto sequence = m_counters.back().take(*m_connection);
+    auto sequence = m_sequences.take(*m_connection);
     if (!sequence) return failed(sequence.error());
     Statement& statement = *m_appendHistory;
     statement.bind(1, sequence.value());

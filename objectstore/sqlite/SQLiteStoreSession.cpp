@@ -9,14 +9,10 @@
 namespace velkor::NS::sqlite {
 
 SQLiteStoreSession::SQLiteStoreSession(std::shared_ptr<StoreFile> store, std::unique_ptr<Connection> connection)
-    : m_store(std::move(store)), m_connection(std::move(connection)), m_layout(m_store->layout()) {
-    const StoreSchema& schema = m_store->schema();
-    m_inserts.resize(schema.tableCount());
-    for (std::size_t i = 0; i < schema.tableCount(); ++i) {
-        m_counters.emplace_back(schema.table(i).entity->name(), schema.table(i).name, "id");
-    }
-    m_counters.push_back(historyCounter());
-}
+    : m_store(std::move(store)),
+      m_connection(std::move(connection)),
+      m_layout(m_store->layout()),
+      m_sequences(historyCounter()) {}
 
 SQLiteStoreSession::~SQLiteStoreSession() {
     rollback();
@@ -47,6 +43,11 @@ Result<void> SQLiteStoreSession::begin() {
     }
     m_layout = std::move(layout).value();
     m_touched.assign(m_layout->watches.size(), false);
+    const StoreSchema& schema = m_store->schema();
+    m_inserts.resize(schema.tableCount());
+    m_keys.clear();
+    for (std::size_t i = 0; i < schema.tableCount(); ++i) m_keys.emplace_back(schema.table(i).keys);
+    m_sequences = historyCounter();
     return {};
 }
 
@@ -73,7 +74,6 @@ void SQLiteStoreSession::endTransaction() noexcept {
     m_update.statement.end();
     m_update.table = nullptr;
     m_appendHistory.end();
-    for (KeyCounter& counter : m_counters) counter.forget();
     m_failure.reset();
     m_inTransaction = false;
 }
@@ -104,7 +104,7 @@ Result<RowKey> SQLiteStoreSession::reserveKeys(const EntityDescription& entity, 
     } else if (auto writable = checkWritable(); !writable) {
         return writable.error();
     }
-    auto first = counter(*table).reserve(*m_connection, static_cast<std::int64_t>(count));
+    auto first = m_keys[entity.index()].reserve(*m_connection, static_cast<std::int64_t>(count));
     if (!first) {
         Error error = failed(first.error());
         if (own) rollback();

@@ -59,16 +59,16 @@ private:
     void endTransaction() noexcept;
     /// Remembers that this transaction has failed.
     Error failed(Error error);
-    KeyCounter& counter(const EntityTable& table) noexcept { return m_counters[table.entity->index()]; }
 
     std::shared_ptr<StoreFile> m_store;
     std::unique_ptr<Connection> m_connection;
     std::shared_ptr<const StoreLayout> m_layout;
     bool m_inTransaction = false;
-    std::optional<Error> m_failure;      // of the open transaction
-    std::vector<KeyCounter> m_counters;  // by the entity's place, then the history's
-    std::vector<bool> m_touched;         // watches that the open transaction touched
-    StoredForm m_form;                   // used again for each value
+    std::optional<Error> m_failure;  // of the open transaction
+    std::vector<KeyCounter> m_keys;  // of the open transaction, by the entity's place
+    KeyCounter m_sequences;          // the history's
+    std::vector<bool> m_touched;     // watches that the open transaction touched
+    StoredForm m_form;               // used again for each value
 
     // Statements held while a transaction is open, so that a long save looks each up once.
     std::vector<StatementLease> m_inserts;  // by the entity's place

@@ -59,7 +59,8 @@ std::string_view Column::declaredType() const noexcept {
     return "BLOB";
 }
 
-EntityTable::EntityTable(const EntityDescription& described) : entity(&described), name(quoted("e_", described.name())) {
+EntityTable::EntityTable(const EntityDescription& described)
+    : entity(&described), name(quoted("e_", described.name())), keys(described.name(), name, "id") {
     for (const AttributeDescription& attribute : described.attributes()) columns.push_back(columnOf(attribute));
     for (const RelationshipDescription& relationship : described.relationships()) columns.push_back(columnOf(relationship));
     std::string names = "id,v";

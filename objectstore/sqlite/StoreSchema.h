@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "objectstore/ManagedObjectModel.h"
+#include "objectstore/sqlite/KeyCounter.h"
 
 namespace velkor::NS::sqlite {
 
@@ -32,6 +33,7 @@ struct EntityTable {
     std::string rowSQL;  // SELECT of whole rows: key, version, then the stored columns
     std::string insertSQL;
     std::string removeSQL;
+    KeyCounter::Source keys;
 
     const Column* columnNamed(std::string_view property) const noexcept;
     std::string creationSQL() const;
