@@ -64,9 +64,8 @@ private:
 
     Database& m_database;
     const std::function<Clock::time_point()> m_now;
-    const std::string m_secret;     // of this process, mixed into the digests
-    const std::string m_dummyHash;  // checked for unknown users, so that time does not tell them from known ones
-    mutable std::mutex m_mutex;     // guards the rest
+    const std::string m_secret;  // of this process, mixed into the digests
+    mutable std::mutex m_mutex;  // guards the rest
     std::unordered_map<std::int64_t, Proof> m_proofs;
     std::unordered_map<std::string, Failures> m_failures;
 };

@@ -37,7 +37,10 @@ void BatchIntake::store() {
 
 bool BatchIntake::isRepeat(const IncomingTransaction& transaction, const ObjectRow& row, const Sender& sender) {
     if (row.number == 0) return false;
-    if (row.instance == sender.instance) return row.body == transaction.body;
+    if (row.instance == sender.instance) {
+        // A sender that knows of links that are not in its lists, and sends the lists again, wants them.
+        return row.body == transaction.body && (sender.highest < row.number || !row.state.computed);
+    }
     if (sender.alone || sender.highest >= row.number) return false;
     return isKeptFingerprint(m_connection, m_objects.rowId(row.object), sender.instance, transaction.body);
 }
@@ -52,7 +55,7 @@ void BatchIntake::takeObjects(std::vector<IncomingTransaction>& transactions, co
         row.number = row.touched = ++m_partition.highest;
         row.instance = sender.instance;
         row.state = {.kind = transaction.kind};
-                row.body = std::move(transaction.body);
+        row.body = std::move(transaction.body);
         row.changed = true;
         row.source = &transaction;
         m_directory.setKind(row.object, row.state.kind);

@@ -12,9 +12,11 @@ namespace velkor::service {
 namespace {
 
 constexpr Sql dropRolled{"DELETE FROM rolled WHERE instance = :instance AND guid = :guid", "it:"};
-constexpr Sql readRolled{"SELECT rolled.body FROM rolled LEFT JOIN objects ON objects.partition_id = :partition AND objects.guid = "
-                         "rolled.guid WHERE rolled.instance = :instance AND COALESCE(objects.number, 0) < rolled.number ORDER BY "
-                         "rolled.id", "ii:t"};
+constexpr Sql readRolled{
+    "SELECT rolled.body FROM rolled LEFT JOIN objects ON objects.partition_id = :partition AND objects.guid = "
+    "rolled.guid WHERE rolled.instance = :instance AND COALESCE(objects.number, 0) < rolled.number ORDER BY "
+    "rolled.id",
+    "ii:t"};
 constexpr Sql dropAllRolled{"DELETE FROM rolled WHERE instance = :instance", "i:"};
 
 }  // namespace

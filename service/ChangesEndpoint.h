@@ -24,14 +24,14 @@ private:
     /// Takes in what was rolled back and never came again.
     void reinstate(Connection& connection, BatchIntake& intake, const Partition& partition, const Instance& instance,
                    const ChangesRequest& request);
-    std::string answer(Connection& connection, const Partition& partition, const Instance& instance, const ChangesRequest& request,
-                       std::int64_t highest) const;
+    std::string answer(Connection& connection, const Partition& partition, const Instance& instance,
+                       const ChangesRequest& request, std::int64_t highest) const;
 
     Database& m_database;
     Locks& m_locks;
     const std::int64_t m_page;
-    Directories m_directories;             // the writing transaction's thread only
-    GuidDirectory* m_written = nullptr;    // ahead of the database until the commit
+    Directories m_directories;           // the writing transaction's thread only
+    GuidDirectory* m_written = nullptr;  // ahead of the database until the commit
     Partition m_writtenState;
 };
 

@@ -43,8 +43,8 @@ void ChangesRequest::readTransactions() {
     const NS::Dictionary* members = m_envelope["xactions"].asDictionary();
     if (!members || members->empty()) return;
     const std::size_t count = members->size();
-    const std::size_t threads =
-        std::clamp<std::size_t>(std::min<std::size_t>(count / transactionsPerThread, std::thread::hardware_concurrency()), 1, mostThreads);
+    const std::size_t threads = std::clamp<std::size_t>(
+        std::min<std::size_t>(count / transactionsPerThread, std::thread::hardware_concurrency()), 1, mostThreads);
     std::vector<std::optional<IncomingTransaction>> read(count);
     for (std::size_t i = 0; i < threads; ++i) m_arenas.push_back(std::make_unique<std::pmr::monotonic_buffer_resource>());
     auto readShare = [&](std::size_t share) {

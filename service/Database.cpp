@@ -42,9 +42,7 @@ void Connection::runOnce(const std::string& text) {
 }
 
 NS::Result<std::unique_ptr<Database>> Database::open(const std::string& directory) {
-    auto failure = [](const std::string& text) {
-        return NS::Error::withDescription(NS::PlatformErrorDomain, 1, text);
-    };
+    auto failure = [](const std::string& text) { return NS::Error::withDescription(NS::PlatformErrorDomain, 1, text); };
     std::error_code error;
     std::filesystem::create_directories(directory, error);
     if (error) return failure("cannot make the directory " + directory + ": " + error.message());

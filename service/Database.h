@@ -45,7 +45,9 @@ public:
 
     /// Runs a statement without results; how many rows it touched.
     template <class... A>
-    std::int64_t run(const Sql& sql, const A&... arguments) { return statement(sql).run(arguments...); }
+    std::int64_t run(const Sql& sql, const A&... arguments) {
+        return statement(sql).run(arguments...);
+    }
     /// The rows of a statement with results.
     template <class... A>
     Rows query(const Sql& sql, const A&... arguments) {
@@ -79,8 +81,8 @@ public:
         return body(reader.connection());
     }
 
-    /// Runs the body in the one writing transaction; what it did is durable when `write` returns, and undone when the body raises.
-    /// `committed` is called after the commit, still as the only writer.
+    /// Runs the body in the one writing transaction; what it did is durable when `write` returns, and undone when the body
+    /// raises. `committed` is called after the commit, still as the only writer.
     template <class F, class C>
     auto write(F&& body, C&& committed) {
         Writer writer(*this);

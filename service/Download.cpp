@@ -26,7 +26,7 @@ std::optional<std::int64_t> readNumber(std::string_view text) {
 
 std::string Download::identifier() const {
     std::string text(prefix);
-    for (std::int64_t number : {partition, instance, above + 1, highest, epoch, page}) text += '-' + std::to_string(number);
+    for (std::int64_t number : {partition, instance, above, highest, epoch, page}) text += '-' + std::to_string(number);
     return text;
 }
 
@@ -44,7 +44,7 @@ std::optional<Download> Download::parse(std::string_view identifier) {
         identifier.remove_prefix(text.size());
     }
     if (!identifier.empty() || numbers[5] == 0 || numbers[5] > largestPage) return std::nullopt;
-    return Download{numbers[0], numbers[1], numbers[2] - 1, numbers[3], numbers[4], numbers[5]};
+    return Download{numbers[0], numbers[1], numbers[2], numbers[3], numbers[4], numbers[5]};
 }
 
 Response DownloadEndpoint::handle(const User& user, std::string_view pageText, std::string_view identifier) {

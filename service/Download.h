@@ -19,10 +19,10 @@ namespace velkor::service {
 struct Download {
     std::int64_t partition = 0;
     std::int64_t instance = 0;
-    std::int64_t above = -1;   // the instance's HIGHEST_XACTION
+    std::int64_t above = 0;    // what the instance knows ends here
     std::int64_t highest = 0;  // the partition's highest number and epoch at issue
     std::int64_t epoch = 0;
-    std::int64_t page = 0;     // transactions a page
+    std::int64_t page = 0;  // transactions a page
 
     /// Letters, digits and hyphens.
     std::string identifier() const;
@@ -47,7 +47,7 @@ private:
 
     Database& m_database;
     Locks& m_locks;
-    std::mutex m_mutex;  // guards the rest
+    std::mutex m_mutex;                                 // guards the rest
     std::list<std::pair<std::string, Place>> m_places;  // of downloads under way, the latest first
     std::unordered_map<std::string, decltype(m_places)::iterator> m_byIdentifier;
 };

@@ -11,12 +11,17 @@ namespace velkor::service {
 namespace {
 
 constexpr Sql findUser{"SELECT id FROM users WHERE email = :email", "t:i"};
-constexpr Sql findObject{"SELECT id, state, body, instance FROM objects WHERE partition_id = :partition AND guid = :guid", "it:iiti"};
-constexpr Sql storeExpiry{"UPDATE objects SET number = :number, touched = :number, instance = 0, state = 4, body = :body WHERE id = "
-                          ":id", "iti:"};
+constexpr Sql findObject{"SELECT id, state, body, instance FROM objects WHERE partition_id = :partition AND guid = :guid",
+                         "it:iiti"};
+constexpr Sql storeExpiry{
+    "UPDATE objects SET number = :number, touched = :number, instance = 0, state = 4, body = :body WHERE id = "
+    ":id",
+    "iti:"};
 // What a rollback restores has expired as well.
-constexpr Sql storeExpiryForUndo{"UPDATE undo SET number = :number, touched = :number, instance = 0, state = 4, body = :body WHERE id "
-                                 "= :id", "iti:"};
+constexpr Sql storeExpiryForUndo{
+    "UPDATE undo SET number = :number, touched = :number, instance = 0, state = 4, body = :body WHERE id "
+    "= :id",
+    "iti:"};
 static_assert(static_cast<int>(ObjectKind::expired) == 4);
 
 NS::Error failure(std::string_view text) { return NS::Error::withDescription(NS::PlatformErrorDomain, 1, text); }

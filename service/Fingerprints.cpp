@@ -7,8 +7,10 @@ namespace velkor::service {
 namespace {
 
 constexpr Sql findFingerprint{"SELECT fingerprint FROM superseded WHERE object_id = :object AND instance = :instance", "ii:t"};
-constexpr Sql storeFingerprint{"INSERT INTO superseded (object_id, instance, fingerprint) VALUES (:object, :instance, :fingerprint) "
-                               "ON CONFLICT (object_id, instance) DO UPDATE SET fingerprint = excluded.fingerprint", "iit:"};
+constexpr Sql storeFingerprint{
+    "INSERT INTO superseded (object_id, instance, fingerprint) VALUES (:object, :instance, :fingerprint) "
+    "ON CONFLICT (object_id, instance) DO UPDATE SET fingerprint = excluded.fingerprint",
+    "iit:"};
 
 std::string fingerprintOf(std::string_view body) {
     SHA256Digest digest;

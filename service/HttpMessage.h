@@ -33,7 +33,7 @@ struct Request {
     std::string target;         // path and query as sent
     std::string authorization;  // the first "Authorization" header's value; empty without one
     Body body;
-    bool postponed = false;  // it has waited as `Response::postpone` asked
+    bool postponed = false;      // it has waited as `Response::postpone` asked
     std::shared_ptr<void> hold;  // kept until the request is answered
 };
 

@@ -23,9 +23,9 @@ namespace http = beast::http;
 using tcp = net::ip::tcp;
 using ErrorCode = boost::system::error_code;
 
-constexpr std::size_t admittedUnasked = 64 << 10;       // bodies up to this size are read before anybody is asked
+constexpr std::size_t admittedUnasked = 64 << 10;  // bodies up to this size are read before anybody is asked
 constexpr std::uint32_t longestHeader = 32 << 10;
-constexpr std::size_t bytesPerSecond = 64 << 10;        // a slower reader of an answer is cut off
+constexpr std::size_t bytesPerSecond = 64 << 10;           // a slower reader of an answer is cut off
 constexpr std::size_t mostDrained = std::size_t(1) << 26;  // of a body that nobody wants
 constexpr std::chrono::seconds draining{5};
 constexpr std::size_t firstChunkedBuffer = 64 << 10;
@@ -55,7 +55,10 @@ public:
     Session(HttpServer::State& server, tcp::socket socket) : m_server(server), m_stream(std::move(socket)), m_timer(server.io) {
         m_server.sessions.insert(this);
     }
-    ~Session() { m_server.sessions.erase(this); }
+    ~Session() {
+        m_server.sessions.erase(this);
+        if (m_server.stopping && m_server.sessions.empty()) m_server.cut.cancel();
+    }
 
     void start() {
         m_stream.socket().set_option(tcp::no_delay(true));
@@ -87,7 +90,8 @@ private:
 
     void onHeader(ErrorCode error, std::size_t) {
         m_idle = false;
-        if (error == http::error::end_of_stream || error == beast::error::timeout || error == net::error::operation_aborted) return;
+        if (error == http::error::end_of_stream || error == beast::error::timeout || error == net::error::operation_aborted)
+            return;
         if (error.category() == http::make_error_code(http::error::bad_method).category()) {
             return refuse(Response::error(400, "This is no HTTP request."));
         }
@@ -204,10 +208,12 @@ private:
     /// Calls the function in the pool and then, in the loop, `done` with its result. The loop lives at least that long.
     template <class F, class D>
     void inWorker(F&& function, D&& done) {
-        auto guard = std::make_shared<net::executor_work_guard<net::io_context::executor_type>>(net::make_work_guard(m_server.io));
+        auto guard =
+            std::make_shared<net::executor_work_guard<net::io_context::executor_type>>(net::make_work_guard(m_server.io));
         net::post(m_server.workers, [self = shared_from_this(), guard, function = std::forward<F>(function), done]() mutable {
             auto result = function();
-            net::post(self->m_server.io, [self, guard, result = std::move(result), done]() mutable { done(*self, std::move(result)); });
+            net::post(self->m_server.io,
+                      [self, guard, result = std::move(result), done]() mutable { done(*self, std::move(result)); });
         });
     }
 
@@ -251,6 +257,7 @@ private:
 
     /// Reads what the client still sends, so that it can read the answer.
     void drain() {
+        m_idle = true;
         m_stream.expires_after(draining);
         m_request.body = Body(admittedUnasked);
         m_filled = 0;
@@ -310,7 +317,8 @@ HttpServer::~HttpServer() = default;
 NS::Result<std::uint16_t> HttpServer::listen() {
     auto& acceptor = m_state->acceptor;
     ErrorCode error;
-    const auto address = net::ip::make_address(m_state->settings.host == "localhost" ? "127.0.0.1" : m_state->settings.host, error);
+    const auto address =
+        net::ip::make_address(m_state->settings.host == "localhost" ? "127.0.0.1" : m_state->settings.host, error);
     const tcp::endpoint endpoint(address, m_state->settings.port);
     if (!error) acceptor.open(endpoint.protocol(), error);
     if (!error) acceptor.set_option(net::socket_base::reuse_address(true), error);

@@ -46,9 +46,11 @@ void readRelationships(const NS::Dictionary& object, IncomingTransaction& transa
     for (const auto& entry : *relationships) {
         const NS::Dictionary* description = entry.value().asDictionary();
         if (!description || !isName(entry.key()) || !isName(textOf(*description, "destination_type"))) continue;
-        RelationshipText relationship{copied(entry.key(), arena), copied(textOf(*description, "destination_type"), arena),
+        RelationshipText relationship{copied(entry.key(), arena),
+                                      copied(textOf(*description, "destination_type"), arena),
                                       (*description)["to_many"].asBoolean().value_or(false),
-                                      std::pmr::vector<std::string_view>(&arena), RelationEnd(),
+                                      std::pmr::vector<std::string_view>(&arena),
+                                      RelationEnd(),
                                       std::pmr::vector<std::uint32_t>(&arena)};
         if (!relationship.toMany) {
             const auto guid = textOf(*description, "destination_object");
@@ -89,8 +91,11 @@ std::string wireForm(const NS::Dictionary& member, std::string_view payload, boo
 }
 
 std::optional<IncomingTransaction> read(const NS::Dictionary& member, bool wrapped, std::pmr::memory_resource& arena) {
-    IncomingTransaction transaction{kindOf(textOf(member, "xaction_type")), textOf(member, "xaction_object_guid"),
-                                    textOf(member, "xaction_object_type"), {}, std::pmr::vector<RelationshipText>(&arena)};
+    IncomingTransaction transaction{kindOf(textOf(member, "xaction_type")),
+                                    textOf(member, "xaction_object_guid"),
+                                    textOf(member, "xaction_object_type"),
+                                    {},
+                                    std::pmr::vector<RelationshipText>(&arena)};
     if (transaction.kind == ObjectKind::unknown || !isName(transaction.guid) || !isName(transaction.className) ||
         transaction.className == genericObject || textOf(member, "xaction_time").find('\0') != std::string_view::npos) {
         return std::nullopt;
@@ -108,7 +113,8 @@ std::optional<IncomingTransaction> read(const NS::Dictionary& member, bool wrapp
 
 std::optional<IncomingTransaction> readTransaction(const NS::Dictionary& member, std::pmr::memory_resource& arena) {
     auto transaction = read(member, false, arena);
-    if (!transaction) VLKLog::sharedInstance().logMessageAtLevel(100, "Skipped a transaction without a usable guid, class or type.");
+    if (!transaction)
+        VLKLog::sharedInstance().logMessageAtLevel(100, "Skipped a transaction without a usable guid, class or type.");
     return transaction;
 }
 

@@ -18,7 +18,7 @@ namespace velkor::service {
 struct RelationshipText {
     std::string_view name, destination;
     bool toMany = false;
-    std::pmr::vector<std::string_view> guids;     // one at most for a to-one
+    std::pmr::vector<std::string_view> guids;      // one at most for a to-one
     RelationEnd end;                               // once it is looked up
     std::pmr::vector<std::uint32_t> destinations;  // the objects, once they are looked up
 };

@@ -33,7 +33,7 @@ void LinkGraph::load(std::uint32_t object) {
     std::string_view text = m_objects.row(object).links;
     for (Link link; takeLink(text, link);) {
         Edge& edge = obtain(object, link.key, link.other);
-        if (edge.number >= 0) continue;  // it came with the other end, and may have changed since
+        if (edge.number > 0) continue;  // it came with the other end, and may have changed since
         edge.number = link.number;
         edge.instance = link.instance;
         edge.present = link.present;
@@ -153,7 +153,7 @@ void LinkGraph::pack() {
         row.linksChanged = false;
         row.links.clear();
         forEach(row.object, [&](const Edge& edge, int side) {
-            if (edge.number < 0) return;
+            if (edge.number == 0) return;
             appendLink(row.links, {edge.relation * 2 + static_cast<std::uint32_t>(side), edge.ends[1 - side], edge.number,
                                    edge.instance, edge.present});
         });

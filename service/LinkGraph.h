@@ -15,8 +15,8 @@ namespace velkor::service {
 /// Whose request changes the graph.
 struct Sender {
     std::int64_t instance = 0;
-    std::int64_t highest = -1;  // its HIGHEST_XACTION
-    bool alone = false;         // nobody else has written since then: its lists are taken as they are
+    std::int64_t highest = 0;  // its HIGHEST_XACTION, or 0
+    bool alone = false;        // nobody else has written since then: its lists are taken as they are
 };
 
 /// The part of a partition's link graph that one writing transaction touches. Each link knows the number and the instance of its
@@ -48,7 +48,7 @@ private:
         Edge* next[2];          // further edges of that end
         std::uint32_t relation;
         std::uint32_t mark = 0;
-        std::int64_t number = -1;  // never changed
+        std::int64_t number = 0;  // never changed
         std::int64_t instance = 0;
         bool present = false;
     };

@@ -10,7 +10,8 @@ constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmno
 constexpr auto values = [] {
     std::array<std::uint8_t, 256> table{};
     table.fill(255);
-    for (std::size_t i = 0; i < alphabet.size(); ++i) table[static_cast<unsigned char>(alphabet[i])] = static_cast<std::uint8_t>(i);
+    for (std::size_t i = 0; i < alphabet.size(); ++i)
+        table[static_cast<unsigned char>(alphabet[i])] = static_cast<std::uint8_t>(i);
     return table;
 }();
 

@@ -12,7 +12,7 @@ struct Link {
     std::uint32_t other = 0;  // the object at the other end
     std::int64_t number = 0;  // of the transaction that last changed it
     std::int64_t instance = 0;
-    bool present = false;     // false: it was removed
+    bool present = false;  // false: it was removed
 };
 
 /// Appends the link to the text of a row's links: four whole numbers, each five bits a character, lowest first.

@@ -10,10 +10,11 @@ namespace velkor::service {
 namespace {
 
 constexpr Sql findLock{"SELECT serial, held, app, instance, since, active FROM locks WHERE user_id = :user", "i:iittii"};
-constexpr Sql grantLock{"INSERT INTO locks (user_id, serial, held, app, instance, since, active) VALUES (:user, 1, 1, :app, "
-                        ":instance, :now, :now) ON CONFLICT (user_id) DO UPDATE SET serial = locks.serial + 1, held = 1, "
-                        "app = excluded.app, instance = excluded.instance, since = excluded.since, active = excluded.active",
-                        "itti:"};
+constexpr Sql grantLock{
+    "INSERT INTO locks (user_id, serial, held, app, instance, since, active) VALUES (:user, 1, 1, :app, "
+    ":instance, :now, :now) ON CONFLICT (user_id) DO UPDATE SET serial = locks.serial + 1, held = 1, "
+    "app = excluded.app, instance = excluded.instance, since = excluded.since, active = excluded.active",
+    "itti:"};
 constexpr Sql releaseLock{"UPDATE locks SET held = 0 WHERE user_id = :user", "i:"};
 constexpr Sql touchLock{"UPDATE locks SET active = :now WHERE user_id = :user AND serial = :serial", "iii:"};
 

@@ -70,7 +70,7 @@ private:
     Database& m_database;
     const std::int64_t m_lease;  // milliseconds
     const Clock m_now;
-    mutable std::mutex m_mutex;                 // guards m_arrivals
+    mutable std::mutex m_mutex;              // guards m_arrivals
     std::map<std::int64_t, int> m_arrivals;  // requests on their way in, by user
 };
 

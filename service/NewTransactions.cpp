@@ -10,14 +10,18 @@ namespace velkor::service {
 namespace {
 
 // 32 and more in "state": the lists were overruled.
-constexpr Sql readNews{"SELECT id, touched, state, body, links FROM objects WHERE partition_id = :partition AND touched >= :touched "
-                       "AND (touched > :touched OR id > :row) AND number > 0 AND ((number > :highest AND (instance <> :instance "
-                       "OR state >= 32)) OR (link_instance <> :instance AND link_number > :highest) OR (link_instance = :instance "
-                       "AND link_other > :highest)) ORDER BY touched, id LIMIT :most", "iiiiii:iiitt"};
-constexpr Sql findPlace{"SELECT touched, id FROM objects WHERE partition_id = :partition AND touched >= :touched AND (touched > "
-                        ":touched OR id > :row) AND number > 0 AND ((number > :highest AND (instance <> :instance OR state >= 32)) "
-                        "OR (link_instance <> :instance AND link_number > :highest) OR (link_instance = :instance AND link_other > "
-                        ":highest)) ORDER BY touched, id LIMIT 1 OFFSET :before", "iiiiii:ii"};
+constexpr Sql readNews{
+    "SELECT id, touched, state, body, links FROM objects WHERE partition_id = :partition AND touched >= :touched "
+    "AND (touched > :touched OR id > :row) AND number > 0 AND ((number > :highest AND (instance <> :instance "
+    "OR state >= 32)) OR (link_instance <> :instance AND link_number > :highest) OR (link_instance = :instance "
+    "AND link_other > :highest)) ORDER BY touched, id LIMIT :most",
+    "iiiiii:iiitt"};
+constexpr Sql findPlace{
+    "SELECT touched, id FROM objects WHERE partition_id = :partition AND touched >= :touched AND (touched > "
+    ":touched OR id > :row) AND number > 0 AND ((number > :highest AND (instance <> :instance OR state >= 32)) "
+    "OR (link_instance <> :instance AND link_number > :highest) OR (link_instance = :instance AND link_other > "
+    ":highest)) ORDER BY touched, id LIMIT 1 OFFSET :before",
+    "iiiiii:ii"};
 constexpr Sql findGuid{"SELECT guid FROM objects WHERE id = :id", "i:t"};
 
 }  // namespace
@@ -48,7 +52,8 @@ bool NewTransactions::hasMoreThan(std::int64_t count) {
     return m_connection.query(findPlace, m_partition, from.touched, from.row, m_highest, m_instance, count).next();
 }
 
-void NewTransactions::writeTransaction(JSONWriter& writer, const std::string& body, const ObjectState& state, const std::string& links) {
+void NewTransactions::writeTransaction(JSONWriter& writer, const std::string& body, const ObjectState& state,
+                                       const std::string& links) {
     if (state.computed && isLive(state.kind)) {
         std::string whole = body;
         whole.pop_back();  // the closing brace

@@ -5,17 +5,25 @@
 namespace velkor::service {
 namespace {
 
-constexpr Sql readObject{"SELECT id, number, touched, instance, state, link_number, link_instance, link_other, body, links "
-                         "FROM objects WHERE id = :id", "i:iiiiiiiitt"};
-constexpr Sql addObject{"INSERT INTO objects (id, partition_id, guid, number, touched, instance, state, link_number, "
-                        "link_instance, link_other, body, links) VALUES (:id, :partition, :guid, :number, :touched, :instance, "
-                        ":state, :link_number, :link_instance, :link_other, :body, :links)", "iitiiiiiiitt:"};
-constexpr Sql keepForUndo{"INSERT INTO undo (id, partition_id, guid, number, touched, instance, state, link_number, "
-                          "link_instance, link_other, body, links) SELECT id, partition_id, guid, number, touched, instance, "
-                          "state, link_number, link_instance, link_other, body, links FROM objects WHERE id = :id", "i:"};
-constexpr Sql storeObject{"UPDATE objects SET number = :number, touched = :touched, instance = :instance, state = :state, "
-                          "link_number = :link_number, link_instance = :link_instance, link_other = :link_other, body = :body, "
-                          "links = :links WHERE id = :id", "iiiiiiitti:"};
+constexpr Sql readObject{
+    "SELECT id, number, touched, instance, state, link_number, link_instance, link_other, body, links "
+    "FROM objects WHERE id = :id",
+    "i:iiiiiiiitt"};
+constexpr Sql addObject{
+    "INSERT INTO objects (id, partition_id, guid, number, touched, instance, state, link_number, "
+    "link_instance, link_other, body, links) VALUES (:id, :partition, :guid, :number, :touched, :instance, "
+    ":state, :link_number, :link_instance, :link_other, :body, :links)",
+    "iitiiiiiiitt:"};
+constexpr Sql keepForUndo{
+    "INSERT INTO undo (id, partition_id, guid, number, touched, instance, state, link_number, "
+    "link_instance, link_other, body, links) SELECT id, partition_id, guid, number, touched, instance, "
+    "state, link_number, link_instance, link_other, body, links FROM objects WHERE id = :id",
+    "i:"};
+constexpr Sql storeObject{
+    "UPDATE objects SET number = :number, touched = :touched, instance = :instance, state = :state, "
+    "link_number = :link_number, link_instance = :link_instance, link_other = :link_other, body = :body, "
+    "links = :links WHERE id = :id",
+    "iiiiiiitti:"};
 
 ObjectRow takeRow(Rows& rows) {
     ObjectRow row;

@@ -15,9 +15,9 @@ struct IncomingTransaction;
 /// An object's row: its latest transaction and its links.
 struct ObjectRow {
     std::uint32_t object = 0;
-    std::int64_t number = 0;        // of the latest transaction; 0 for an object that others only mention
-    std::int64_t touched = 0;       // highest number at which the transaction or a link changed
-    std::int64_t instance = 0;      // who wrote the latest transaction
+    std::int64_t number = 0;    // of the latest transaction; 0 for an object that others only mention
+    std::int64_t touched = 0;   // highest number at which the transaction or a link changed
+    std::int64_t instance = 0;  // who wrote the latest transaction
     ObjectState state;
     std::int64_t linkNumber = 0;    // of the last change of a link
     std::int64_t linkInstance = 0;  // who made it
@@ -25,9 +25,9 @@ struct ObjectRow {
     std::string body;               // the transaction in wire form
     std::string links;              // LinkText
 
-    bool stored = false;        // the database has a row
-    bool changed = false;       // the row must be written
-    bool linksChanged = false;  // `links` is older than the graph
+    bool stored = false;                          // the database has a row
+    bool changed = false;                         // the row must be written
+    bool linksChanged = false;                    // `links` is older than the graph
     const IncomingTransaction* source = nullptr;  // what the latest transaction was made from, if it came now
 
     /// A link changed with this number.

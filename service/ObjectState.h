@@ -17,9 +17,7 @@ struct ObjectState {
     bool overruled = false;  // the latest transaction's lists were overruled; such states are 32 and more
 
     std::int64_t code() const { return static_cast<std::int64_t>(kind) | (computed ? 16 : 0) | (overruled ? 32 : 0); }
-    static ObjectState of(std::int64_t code) {
-        return {static_cast<ObjectKind>(code & 15), (code & 16) != 0, (code & 32) != 0};
-    }
+    static ObjectState of(std::int64_t code) { return {static_cast<ObjectKind>(code & 15), (code & 16) != 0, (code & 32) != 0}; }
 };
 
 }  // namespace velkor::service

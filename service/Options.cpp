@@ -54,9 +54,13 @@ std::map<std::string, Setter, std::less<>> settersOf(Options& options) {
     }
     constexpr std::int64_t many = std::int64_t(1) << 40;
     setters["--listen"] = [&](const std::string& value) { return readListen(value, options); };
-    setters["--lease"] = [&](const std::string& value) { return readNumber<std::int64_t>(value, 1, 86400, options.leaseSeconds); };
+    setters["--lease"] = [&](const std::string& value) {
+        return readNumber<std::int64_t>(value, 1, 86400, options.leaseSeconds);
+    };
     setters["--page"] = [&](const std::string& value) { return readNumber<std::int64_t>(value, 1, 1000000, options.page); };
-    setters["--max-body"] = [&](const std::string& value) { return readNumber<std::int64_t>(value, 1, many, options.maximumBody); };
+    setters["--max-body"] = [&](const std::string& value) {
+        return readNumber<std::int64_t>(value, 1, many, options.maximumBody);
+    };
     setters["--log-level"] = [&](const std::string& value) { return readNumber<std::int32_t>(value, 0, 1000, options.logLevel); };
     return setters;
 }

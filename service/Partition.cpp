@@ -3,28 +3,42 @@
 namespace velkor::service {
 namespace {
 
-constexpr Sql findByApp{"SELECT id, highest, epoch, next_object, hash, changes_lock, provisional, provisional_above, "
-                        "provisional_object FROM partitions WHERE user_id = :user AND app = :app", "it:iiiitiiii"};
-constexpr Sql findById{"SELECT id, highest, epoch, next_object, hash, changes_lock, provisional, provisional_above, "
-                       "provisional_object FROM partitions WHERE user_id = :user AND id = :id", "ii:iiiitiiii"};
-constexpr Sql addPartition{"INSERT INTO partitions (user_id, app, highest, epoch, next_object, hash, changes_lock, provisional, "
-                           "provisional_above, provisional_object) VALUES (:user, :app, 0, 0, 1, '', 0, 0, 0, 0)", "it:"};
-constexpr Sql storePartition{"UPDATE partitions SET highest = :highest, epoch = :epoch, next_object = :next, hash = :hash, "
-                             "changes_lock = :changes, provisional = :provisional, provisional_above = :above, "
-                             "provisional_object = :object WHERE id = :id", "iiitiiiii:"};
+constexpr Sql findByApp{
+    "SELECT id, highest, epoch, next_object, hash, changes_lock, provisional, provisional_above, "
+    "provisional_object FROM partitions WHERE user_id = :user AND app = :app",
+    "it:iiiitiiii"};
+constexpr Sql findById{
+    "SELECT id, highest, epoch, next_object, hash, changes_lock, provisional, provisional_above, "
+    "provisional_object FROM partitions WHERE user_id = :user AND id = :id",
+    "ii:iiiitiiii"};
+constexpr Sql addPartition{
+    "INSERT INTO partitions (user_id, app, highest, epoch, next_object, hash, changes_lock, provisional, "
+    "provisional_above, provisional_object) VALUES (:user, :app, 0, 0, 1, '', 0, 0, 0, 0)",
+    "it:"};
+constexpr Sql storePartition{
+    "UPDATE partitions SET highest = :highest, epoch = :epoch, next_object = :next, hash = :hash, "
+    "changes_lock = :changes, provisional = :provisional, provisional_above = :above, "
+    "provisional_object = :object WHERE id = :id",
+    "iiitiiiii:"};
 constexpr Sql dropUndo{"DELETE FROM undo WHERE partition_id = :partition", "i:"};
-constexpr Sql dropUndoOfUser{"DELETE FROM undo WHERE partition_id IN (SELECT id FROM partitions WHERE user_id = :user AND "
-                             "provisional <> 0)", "i:"};
+constexpr Sql dropUndoOfUser{
+    "DELETE FROM undo WHERE partition_id IN (SELECT id FROM partitions WHERE user_id = :user AND "
+    "provisional <> 0)",
+    "i:"};
 constexpr Sql settleUser{"UPDATE partitions SET provisional = 0 WHERE user_id = :user AND provisional <> 0", "i:"};
 
-constexpr Sql findInstance{"SELECT id, last_number, batch_highest FROM instances WHERE partition_id = :partition AND "
-                           "name = :name", "it:iii"};
-constexpr Sql addInstance{"INSERT INTO instances (partition_id, name, last_number, batch_highest) VALUES (:partition, :name, 0, 0)",
-                          "it:"};
+constexpr Sql findInstance{
+    "SELECT id, last_number, batch_highest FROM instances WHERE partition_id = :partition AND "
+    "name = :name",
+    "it:iii"};
+constexpr Sql addInstance{
+    "INSERT INTO instances (partition_id, name, last_number, batch_highest) VALUES (:partition, :name, 0, 0)", "it:"};
 constexpr Sql storeInstance{"UPDATE instances SET last_number = :number, batch_highest = :highest WHERE id = :id", "iii:"};
 constexpr Sql findRolled{"SELECT id FROM rolled WHERE instance = :instance LIMIT 1", "i:i"};
-constexpr Sql findHighestOfOthers{"SELECT COALESCE(MAX(last_number), 0) FROM instances WHERE partition_id = :partition AND "
-                                  "id <> :id", "ii:i"};
+constexpr Sql findHighestOfOthers{
+    "SELECT COALESCE(MAX(last_number), 0) FROM instances WHERE partition_id = :partition AND "
+    "id <> :id",
+    "ii:i"};
 
 std::optional<Partition> firstOf(Rows rows) {
     if (!rows.next()) return std::nullopt;
@@ -49,8 +63,8 @@ Partition Partition::obtain(Connection& connection, std::int64_t user, std::stri
 }
 
 void Partition::store(Connection& connection) const {
-    connection.run(storePartition, highest, epoch, nextObject, hash, changesLock, provisional, provisionalAbove, provisionalObject,
-                   id);
+    connection.run(storePartition, highest, epoch, nextObject, hash, changesLock, provisional, provisionalAbove,
+                   provisionalObject, id);
 }
 
 void Partition::settle(Connection& connection) {

@@ -40,8 +40,8 @@ struct Partition {
 
 /// An installation that has sent a changes request for the partition.
 struct Instance {
-    std::int64_t id = 0;             // 0 is the service itself
-    std::int64_t lastNumber = 0;     // of its newest transaction
+    std::int64_t id = 0;            // 0 is the service itself
+    std::int64_t lastNumber = 0;    // of its newest transaction
     std::int64_t batchHighest = 0;  // HIGHEST_XACTION of its newest request with transactions
 
     static std::optional<Instance> find(Connection& connection, std::int64_t partition, std::string_view name);

@@ -19,8 +19,9 @@ constexpr std::size_t keySize = 32;
 
 std::string derive(std::string_view password, std::string_view salt) {
     std::string key(keySize, '\0');
-    const int done = EVP_PBE_scrypt(password.data(), password.size(), reinterpret_cast<const unsigned char*>(salt.data()), salt.size(),
-                                    1 << 14, 8, 1, std::uint64_t(64) << 20, reinterpret_cast<unsigned char*>(key.data()), key.size());
+    const int done =
+        EVP_PBE_scrypt(password.data(), password.size(), reinterpret_cast<const unsigned char*>(salt.data()), salt.size(),
+                       1 << 14, 8, 1, std::uint64_t(64) << 20, reinterpret_cast<unsigned char*>(key.data()), key.size());
     NS::assertThat(done == 1, "scrypt can be computed");
     return key;
 }

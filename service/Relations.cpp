@@ -7,9 +7,11 @@ namespace {
 
 constexpr Sql readRelations{"SELECT class, name, destination, to_many FROM relations WHERE partition_id = :partition ORDER BY id",
                             "i:ttti"};
-constexpr Sql storeRelation{"INSERT INTO relations (partition_id, id, class, name, destination, to_many) VALUES (:partition, :id, "
-                            ":class, :name, :destination, :many) ON CONFLICT (partition_id, id) DO UPDATE SET to_many = "
-                            "excluded.to_many", "iittti:"};
+constexpr Sql storeRelation{
+    "INSERT INTO relations (partition_id, id, class, name, destination, to_many) VALUES (:partition, :id, "
+    ":class, :name, :destination, :many) ON CONFLICT (partition_id, id) DO UPDATE SET to_many = "
+    "excluded.to_many",
+    "iittti:"};
 constexpr std::size_t mostRelations = 10'000;  // in a partition; more are not kept in the graph
 
 }  // namespace
@@ -44,7 +46,8 @@ RelationEnd Relations::end(std::string_view className, std::string_view name, st
     return relation ? relation->end : RelationEnd();
 }
 
-const Relations::Relation* Relations::find(std::string_view className, std::string_view name, std::string_view destination) const {
+const Relations::Relation* Relations::find(std::string_view className, std::string_view name,
+                                           std::string_view destination) const {
     for (const Relation& relation : m_relations) {
         if (relation.name == name && relation.className == className && relation.destination == destination) return &relation;
     }
@@ -59,9 +62,8 @@ std::size_t Relations::count(std::string_view from, std::string_view to) const {
 
 const Relations::Relation* Relations::onlyOne(std::string_view from, std::string_view to) const {
     if (count(from, to) != 1) return nullptr;
-    auto found = std::find_if(m_relations.begin(), m_relations.end(), [&](const Relation& relation) {
-        return relation.className == from && relation.destination == to;
-    });
+    auto found = std::find_if(m_relations.begin(), m_relations.end(),
+                              [&](const Relation& relation) { return relation.className == from && relation.destination == to; });
     return &*found;
 }
 

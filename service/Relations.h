@@ -13,10 +13,10 @@ namespace velkor::service {
 /// A relationship as the link graph sees it from one of its two ends. Links of a pair of inverse relationships are kept under one
 /// name, that of the one seen first; its own class is side 0.
 struct RelationEnd {
-    std::uint32_t key = 0;       // the name's number times two, plus the side
-    bool kept = false;           // the graph keeps the links
-    bool paired = false;         // both ends are known: the graph decides what the lists are
-    bool inverseToMany = true;   // the other end is a list
+    std::uint32_t key = 0;      // the name's number times two, plus the side
+    bool kept = false;          // the graph keeps the links
+    bool paired = false;        // both ends are known: the graph decides what the lists are
+    bool inverseToMany = true;  // the other end is a list
 
     std::uint32_t otherKey() const { return key ^ 1; }
 };
@@ -28,7 +28,8 @@ public:
     static Relations read(Connection& connection, std::int64_t partition);
 
     /// Makes sure that the relationship is known, and writes it down when it is new.
-    void learn(Connection& connection, std::string_view className, std::string_view name, std::string_view destination, bool toMany);
+    void learn(Connection& connection, std::string_view className, std::string_view name, std::string_view destination,
+               bool toMany);
     /// The end of a known relationship.
     RelationEnd end(std::string_view className, std::string_view name, std::string_view destination) const;
     /// Whether both ends of the links of that name (a key divided by two) are known.

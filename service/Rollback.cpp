@@ -8,18 +8,24 @@
 namespace velkor::service {
 namespace {
 
-constexpr Sql findProvisional{"SELECT partitions.app FROM partitions JOIN instances ON instances.id = partitions.provisional WHERE "
-                              "partitions.user_id = :user AND instances.name = :instance", "it:t"};
-constexpr Sql keepRolled{"INSERT INTO rolled (instance, guid, number, body) SELECT instance, guid, number, body FROM objects WHERE "
-                         "partition_id = :partition AND touched > :above AND number > :above AND instance = :instance ORDER BY "
-                         "number", "iii:"};
+constexpr Sql findProvisional{
+    "SELECT partitions.app FROM partitions JOIN instances ON instances.id = partitions.provisional WHERE "
+    "partitions.user_id = :user AND instances.name = :instance",
+    "it:t"};
+constexpr Sql keepRolled{
+    "INSERT INTO rolled (instance, guid, number, body) SELECT instance, guid, number, body FROM objects WHERE "
+    "partition_id = :partition AND touched > :above AND number > :above AND instance = :instance ORDER BY "
+    "number",
+    "iii:"};
 constexpr Sql dropNew{"DELETE FROM objects WHERE id >= :first AND id < :end", "ii:"};
-constexpr Sql restoreOld{"INSERT INTO objects (id, partition_id, guid, number, touched, instance, state, link_number, link_instance, "
-                         "link_other, body, links) SELECT id, partition_id, guid, number, touched, instance, state, link_number, "
-                         "link_instance, link_other, body, links FROM undo WHERE partition_id = :partition ON CONFLICT (id) DO "
-                         "UPDATE SET number = excluded.number, touched = excluded.touched, instance = excluded.instance, state = "
-                         "excluded.state, link_number = excluded.link_number, link_instance = excluded.link_instance, link_other = "
-                         "excluded.link_other, body = excluded.body, links = excluded.links", "i:"};
+constexpr Sql restoreOld{
+    "INSERT INTO objects (id, partition_id, guid, number, touched, instance, state, link_number, link_instance, "
+    "link_other, body, links) SELECT id, partition_id, guid, number, touched, instance, state, link_number, "
+    "link_instance, link_other, body, links FROM undo WHERE partition_id = :partition ON CONFLICT (id) DO "
+    "UPDATE SET number = excluded.number, touched = excluded.touched, instance = excluded.instance, state = "
+    "excluded.state, link_number = excluded.link_number, link_instance = excluded.link_instance, link_other = "
+    "excluded.link_other, body = excluded.body, links = excluded.links",
+    "i:"};
 
 void rollBackPartition(Connection& connection, Partition& partition) {
     connection.run(keepRolled, partition.id, partition.provisionalAbove, partition.provisional);

@@ -26,7 +26,8 @@ std::vector<std::string> segmentsOf(std::string_view path) {
 }
 
 /// Fits the path to a pattern. "*" stands for one segment; "**" for one or more, since an app id may hold slashes.
-bool fits(const std::vector<std::string>& path, const std::vector<std::string_view>& pattern, std::vector<std::string>& parameters) {
+bool fits(const std::vector<std::string>& path, const std::vector<std::string_view>& pattern,
+          std::vector<std::string>& parameters) {
     const bool open = std::find(pattern.begin(), pattern.end(), "**") != pattern.end();
     if (open ? path.size() < pattern.size() : path.size() != pattern.size()) return false;
     std::size_t at = 0;
@@ -50,8 +51,8 @@ struct Router::Route {
     std::string_view method;
     std::vector<std::string_view> path;
     Response (Router::*answer)(const User& user, const Match& match, Request& request);  // null: needs no account
-    bool large = false;      // its body may be as large as the service allows
-    bool ofUser = false;     // the first parameter is the user's own id
+    bool large = false;   // its body may be as large as the service allows
+    bool ofUser = false;  // the first parameter is the user's own id
 };
 
 const std::vector<Router::Route>& Router::routes() {

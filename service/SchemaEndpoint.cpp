@@ -9,8 +9,10 @@ namespace {
 constexpr std::size_t longestSchema = std::size_t(16) << 20;
 constexpr std::size_t longestVersion = 1024;
 
-constexpr Sql keepSchema{"INSERT INTO schemas (partition_id, model_version, text) VALUES (:partition, :version, :text) ON CONFLICT "
-                         "(partition_id) DO UPDATE SET model_version = excluded.model_version, text = excluded.text", "itt:"};
+constexpr Sql keepSchema{
+    "INSERT INTO schemas (partition_id, model_version, text) VALUES (:partition, :version, :text) ON CONFLICT "
+    "(partition_id) DO UPDATE SET model_version = excluded.model_version, text = excluded.text",
+    "itt:"};
 
 bool isSchema(std::string_view json) {
     return json.size() <= longestSchema && json.find('\0') == json.npos &&
@@ -29,7 +31,8 @@ Response takeSchema(Database& database, const User& user, std::string_view app, 
 
 void storeSchema(Connection& connection, std::int64_t partition, std::string_view modelVersion,
                  std::optional<std::string_view> schema) {
-    if (!schema || !isSchema(*schema) || modelVersion.size() > longestVersion || modelVersion.find('\0') != modelVersion.npos) return;
+    if (!schema || !isSchema(*schema) || modelVersion.size() > longestVersion || modelVersion.find('\0') != modelVersion.npos)
+        return;
     connection.run(keepSchema, partition, modelVersion, *schema);
 }
 

@@ -12,6 +12,7 @@ namespace velkor::service {
 Response takeSchema(Database& database, const User& user, std::string_view app, std::string_view json);
 
 /// Keeps the schema that a changes request carries, if it carries one that is a JSON array.
-void storeSchema(Connection& connection, std::int64_t partition, std::string_view modelVersion, std::optional<std::string_view> schema);
+void storeSchema(Connection& connection, std::int64_t partition, std::string_view modelVersion,
+                 std::optional<std::string_view> schema);
 
 }  // namespace velkor::service

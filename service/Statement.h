@@ -15,8 +15,8 @@ class session;
 namespace velkor::service {
 
 /// An SQL text that every supported database understands, with ":name" parameters, and its shape: a letter for each parameter in
-/// the order of first appearance, a colon, a letter for each column of the result. "i" is a 64-bit integer, "t" a text. Nothing is
-/// ever NULL.
+/// the order of first appearance, a colon, a letter for each column of the result. "i" is a 64-bit integer, "t" a text. Nothing
+/// is ever NULL.
 struct Sql {
     const char* text;
     const char* shape;
@@ -59,7 +59,9 @@ private:
         checkCount(index);
     }
     template <std::integral I>
-    void bind(std::size_t index, I value) { bindInteger(index, static_cast<std::int64_t>(value)); }
+    void bind(std::size_t index, I value) {
+        bindInteger(index, static_cast<std::int64_t>(value));
+    }
     void bind(std::size_t index, std::string_view value) { bindText(index, value); }
     void bindInteger(std::size_t index, std::int64_t value);
     void bindText(std::size_t index, std::string_view value);

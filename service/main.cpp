@@ -32,7 +32,8 @@ int serve(Database& database, const Options& options) {
     const auto port = server.listen();
     if (!port) return fail(port.error().localizedDescription());
     const bool isIPv6 = options.host.find(':') != options.host.npos;
-    std::printf("velkord: listening on http://%s%s%s:%u\n", isIPv6 ? "[" : "", options.host.c_str(), isIPv6 ? "]" : "", port.value());
+    std::printf("velkord: listening on http://%s%s%s:%u\n", isIPv6 ? "[" : "", options.host.c_str(), isIPv6 ? "]" : "",
+                port.value());
     std::fflush(stdout);
     server.run();
     return 0;

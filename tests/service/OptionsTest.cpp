@@ -1,0 +1,44 @@
+#include "service/Options.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace velkor::service {
+namespace {
+
+using Arguments = std::vector<const char*>;
+
+TEST(OptionsTest, readsWhatTheCommandLineSays) {
+    const auto options = Options::parse(Arguments{"--data", "/d", "--listen", "[::1]:0", "--lease", "5", "--page", "7",
+                                                  "--max-body", "1000", "--log-level", "300"});
+    ASSERT_TRUE(options);
+    EXPECT_EQ(options.value().dataDirectory, "/d");
+    EXPECT_EQ(options.value().host, "::1");
+    EXPECT_EQ(options.value().port, 0);
+    EXPECT_EQ(options.value().leaseSeconds, 5);
+    EXPECT_EQ(options.value().page, 7);
+    EXPECT_EQ(options.value().maximumBody, 1000);
+    EXPECT_EQ(options.value().logLevel, 300);
+    const auto plain = Options::parse({});
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(plain.value().host, "127.0.0.1");
+    EXPECT_EQ(plain.value().port, 8330);
+    const auto expire = Options::parse(Arguments{"expire", "--user", "u", "--app", "a", "--guid", "g", "--data", "/d"});
+    ASSERT_TRUE(expire && expire.value().expire);
+    EXPECT_EQ(expire.value().expire->guid, "g");
+}
+
+TEST(OptionsTest, refusesWhatItDoesNotKnow) {
+    for (const Arguments& arguments :
+         {Arguments{"--nonsense", "1"}, Arguments{"--data"}, Arguments{"--data", ""}, Arguments{"--listen", "localhost"},
+          Arguments{"--listen", "h:65536"}, Arguments{"--listen", ":80"}, Arguments{"--lease", "0"}, Arguments{"--page", "x"},
+          Arguments{"--page", "5 "}, Arguments{"--max-body", "-1"}, Arguments{"serve"}, Arguments{"expire"},
+          Arguments{"expire", "--user", "u", "--app", "a"}, Arguments{"expire", "--page", "3"}}) {
+        const auto options = Options::parse(arguments);
+        EXPECT_FALSE(options) << arguments[0];
+    }
+}
+
+}  // namespace
+}  // namespace velkor::service

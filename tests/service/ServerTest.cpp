@@ -1,0 +1,323 @@
+// The real program on a real socket.
+#include <curl/curl.h>
+#include <netinet/in.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+#include "tests/service/ServiceFixture.h"
+
+extern char** environ;
+
+namespace velkor::service {
+namespace {
+
+/// A running velkord on a free port.
+class Program {
+public:
+    explicit Program(const std::string& directory, std::vector<std::string> options = {}) {
+        std::vector<std::string> words{VELKOR_BIN_DIR "/velkord", "--data", directory, "--listen", "127.0.0.1:0"};
+        words.insert(words.end(), options.begin(), options.end());
+        std::array<int, 2> output;
+        if (pipe(output.data()) != 0) throw std::runtime_error("no pipe");
+        m_pid = spawn(words, output[1]);
+        close(output[1]);
+        std::string line;
+        for (char c; read(output[0], &c, 1) == 1 && c != '\n';) line += c;
+        close(output[0]);
+        const std::string expected = "velkord: listening on http://127.0.0.1:";
+        if (!line.starts_with(expected)) throw std::runtime_error("velkord did not start: " + line);
+        m_port = std::stoi(line.substr(expected.size()));
+    }
+    ~Program() {
+        if (m_pid > 0) end(SIGKILL);
+    }
+
+    static pid_t spawn(const std::vector<std::string>& words, int output) {
+        std::vector<char*> arguments;
+        for (const auto& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+        arguments.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        if (output >= 0) posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+        pid_t pid = -1;
+        posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        return pid;
+    }
+    /// The exit status of a whole run.
+    static int run(const std::vector<std::string>& words) {
+        int status = -1;
+        waitpid(spawn(words, -1), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    /// Sends the signal and waits for the end; the exit status, or -1 for a death by signal.
+    int end(int signal) {
+        kill(m_pid, signal);
+        int status = -1;
+        waitpid(m_pid, &status, 0);
+        m_pid = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    int port() const { return m_port; }
+
+    /// Requests over one kept connection; status 0 when the connection breaks.
+    Exchange exchange() const {
+        auto handle = std::shared_ptr<CURL>(curl_easy_init(), curl_easy_cleanup);
+        return [handle, port = m_port](const std::string& method, const std::string& target, const std::string& authorization,
+                                       const std::string& body) {
+            CURL* curl = handle.get();
+            curl_easy_reset(curl);
+            Response response;
+            response.body.clear();
+            const std::string url = "http://127.0.0.1:" + std::to_string(port) + target;
+            curl_slist* headers = curl_slist_append(nullptr, ("Authorization: " + authorization).c_str());
+            curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+            curl_easy_setopt(curl, CURLOPT_PATH_AS_IS, 1L);
+            curl_easy_setopt(curl, CURLOPT_PROXY, "");
+            curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+            curl_easy_setopt(curl, CURLOPT_TIMEOUT, 120L);
+            curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method.c_str());
+            curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+            if (!body.empty()) {
+                curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+                curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.data());
+            }
+            curl_easy_setopt(curl, CURLOPT_WRITEDATA, &response.body);
+            curl_easy_setopt(
+                curl, CURLOPT_WRITEFUNCTION, +[](char* bytes, std::size_t size, std::size_t count, void* out) {
+                    static_cast<std::string*>(out)->append(bytes, size * count);
+                    return size * count;
+                });
+            long status = 0;
+            if (curl_easy_perform(curl) == CURLE_OK) curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+            response.status = static_cast<int>(status);
+            curl_slist_free_all(headers);
+            return response;
+        };
+    }
+
+private:
+    pid_t m_pid = -1;
+    int m_port = 0;
+};
+
+/// A socket to the program, for bytes that no HTTP library sends.
+class RawConnection {
+public:
+    explicit RawConnection(int port) : m_socket(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    ~RawConnection() { close(m_socket); }
+    void send(std::string_view bytes) {
+        EXPECT_EQ(::send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+    }
+    /// Everything until the text has come, or the connection ends.
+    std::string readUntil(std::string_view text) {
+        std::string got;
+        char buffer[4096];
+        for (ssize_t count; got.find(text) == got.npos && (count = recv(m_socket, buffer, sizeof buffer, 0)) > 0;) {
+            got.append(buffer, static_cast<std::size_t>(count));
+        }
+        return got;
+    }
+    std::string readToEnd() { return readUntil(std::string_view("\0never\0", 7)); }
+
+private:
+    int m_socket;
+};
+
+class ServerTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() { curl_global_init(CURL_GLOBAL_ALL); }
+
+    static void signUp(const Program& program) {
+        const NS::Dictionary user{{"email", "u@example.org"}, {"password", "secret"}, {"password_confirmation", "secret"}};
+        ASSERT_EQ(program.exchange()("POST", "/users.json", "", jsonText({{"user", user}})).status, 200);
+    }
+    static TestClient client(const Program& program, const std::string& instance, const std::string& app = "app") {
+        return TestClient(program.exchange(), "u@example.org", "secret", instance, app);
+    }
+
+    TemporaryDirectory m_directory;
+};
+
+TEST_F(ServerTest, everyAnsweredRequestSurvivesAKill) {
+    for (int round = 0; round < 3; ++round) {
+        Program program(m_directory.path());
+        if (round == 0) signUp(program);
+        // Requests are under way when the kill comes; what was answered must be there afterwards.
+        std::atomic<int> answered = 0;
+        std::thread writer([&] {
+            TestClient a = client(program, "A");
+            if (a.lock().status != 200) return;
+            for (int i = 0;; ++i) {
+                const Response response = a.changes({insertOf("r" + std::to_string(round) + "-" + std::to_string(i))});
+                if (response.status != 200) return;
+                answered = i + 1;
+                a.highest = *parsed(response.body)["HIGHEST_XACTION"].asInteger();
+            }
+        });
+        while (answered < 5 + round) std::this_thread::yield();
+        EXPECT_EQ(program.end(SIGKILL), -1);
+        writer.join();
+
+        Program again(m_directory.path());
+        TestClient a = client(again, "A"), b = client(again, "B" + std::to_string(round));
+        EXPECT_EQ(b.lock().status, 409);  // the lock survives as well
+        a.lock();
+        a.unlock();
+        int found = 0;
+        for (const auto& line : summary(b.cycle())) found += line.starts_with("r" + std::to_string(round) + "-");
+        EXPECT_GE(found, answered);
+        EXPECT_LE(found, answered + 1);
+    }
+}
+
+TEST_F(ServerTest, usersAndInstancesAtTheSameTime) {
+    Program program(m_directory.path(), {"--page", "50"});
+    constexpr int users = 4, rounds = 15;
+    std::vector<std::thread> threads;
+    std::array<std::array<std::string, 2>, users> hashes;
+    for (int user = 0; user < users; ++user) {
+        const std::string email = "u" + std::to_string(user) + "@example.org";
+        const NS::Dictionary account{{"email", email}, {"password", "secret"}};
+        ASSERT_EQ(program.exchange()("POST", "/users.json", "", jsonText({{"user", account}})).status, 200);
+        for (int side = 0; side < 2; ++side) {
+            threads.emplace_back([&, user, side, email] {
+                TestClient one(program.exchange(), email, "secret", side == 0 ? "A" : "B");
+                for (int i = 0; i < rounds; ++i) {
+                    while (one.lock().status != 200) std::this_thread::yield();
+                    std::vector<NS::Dictionary> edits;
+                    for (int k = 0; k < 20; ++k) {
+                        edits.push_back(
+                            insertOf(email + std::to_string(side) + "-" + std::to_string(i) + "-" + std::to_string(k)));
+                    }
+                    one.accept(one.changes(edits));
+                    one.unlock();
+                }
+            });
+        }
+    }
+    for (auto& thread : threads) thread.join();
+    for (int user = 0; user < users; ++user) {
+        TestClient reader(program.exchange(), "u" + std::to_string(user) + "@example.org", "secret", "R");
+        EXPECT_EQ(reader.cycle().size(), static_cast<std::size_t>(2 * rounds * 20));
+        EXPECT_EQ(reader.highest, 2 * rounds * 20);
+    }
+}
+
+TEST_F(ServerTest, stopsAfterTheRequestsInHand) {
+    Program program(m_directory.path());
+    signUp(program);
+    TestClient a = client(program, "A");
+    a.lock();
+    const std::string body = jsonText(a.envelope({insertOf("n1")}));
+    RawConnection idle(program.port()), busy(program.port());
+    idle.send("GET /transactions/verify.json HTTP/1.1\r\nHost: x\r\n\r\n");
+    EXPECT_NE(idle.readUntil("}").find("401"), std::string::npos);
+    busy.send("POST /users/1/transactions.json HTTP/1.1\r\nHost: x\r\nAuthorization: " + basic("u@example.org", "secret") +
+              "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body.substr(0, 10));
+    // The program has the first part of the request when a second connection of later date is answered.
+    EXPECT_EQ(program.exchange()("GET", "/nowhere", "", "").status, 404);
+    std::thread stopper([&] { EXPECT_EQ(program.end(SIGTERM), 0); });
+    EXPECT_EQ(idle.readToEnd(), "");  // idle connections end at once
+    busy.send(body.substr(10));
+    const std::string answer = busy.readToEnd();
+    EXPECT_TRUE(answer.starts_with("HTTP/1.1 200 OK")) << answer;
+    EXPECT_NE(answer.find("Connection: close"), answer.npos);
+    stopper.join();
+    Program again(m_directory.path());
+    TestClient b = client(again, "A");
+    EXPECT_EQ(b.lock().status, 200);
+}
+
+TEST_F(ServerTest, speaksHttpAsClientsDo) {
+    Program program(m_directory.path(), {"--max-body", "1000000"});
+    signUp(program);
+    const std::string head = " HTTP/1.1\r\nHost: x\r\nAuthorization: " + basic("u@example.org", "secret") + "\r\n";
+    TestClient a = client(program, "A");
+    a.lock();
+    const std::string body = jsonText(a.envelope({insertOf("n1", std::string(50, 'x'))}));
+
+    // Two requests in one packet, the first with a body that nobody asked for.
+    RawConnection pipelined(program.port());
+    pipelined.send("GET /transactions/verify.json" + head + "Content-Length: 5\r\n\r\nhelloGET /nowhere" + head + "\r\n");
+    const std::string two = pipelined.readUntil("nothing here");
+    EXPECT_NE(two.find("user_id"), two.npos);
+    EXPECT_NE(two.find("404"), two.npos);
+
+    // A body in chunks.
+    RawConnection chunked(program.port());
+    chunked.send("POST /users/1/transactions.json" + head + "Transfer-Encoding: chunked\r\n\r\n");
+    for (std::size_t at = 0; at < body.size(); at += 100) {
+        const std::string part = body.substr(at, 100);
+        char size[16];
+        std::snprintf(size, sizeof size, "%zx\r\n", part.size());
+        chunked.send(size + part + "\r\n");
+    }
+    chunked.send("0\r\n\r\n");
+    EXPECT_NE(chunked.readUntil("}").find("\"HIGHEST_XACTION\":1"), std::string::npos);
+
+    // Whoever waits for leave to send gets it, or the refusal.
+    RawConnection waiting(program.port());
+    waiting.send("POST /users/1/transactions.json" + head + "Expect: 100-continue\r\nContent-Length: 100000\r\n\r\n");
+    EXPECT_TRUE(waiting.readUntil("\r\n\r\n").starts_with("HTTP/1.1 100 Continue"));
+    waiting.send(std::string(100'000, ' '));
+    EXPECT_TRUE(waiting.readUntil("}").starts_with("HTTP/1.1 400"));
+    RawConnection large(program.port());
+    large.send("POST /users/1/transactions.json" + head + "Content-Length: 100000000\r\n\r\n");
+    EXPECT_TRUE(large.readUntil("}").starts_with("HTTP/1.1 413"));
+    RawConnection stranger(program.port());
+    stranger.send("POST /users/1/transactions.json HTTP/1.1\r\nHost: x\r\nContent-Length: 500000\r\n\r\n");
+    EXPECT_TRUE(stranger.readUntil("}").starts_with("HTTP/1.1 401"));
+    RawConnection endless(program.port());
+    endless.send("POST /users/1/transactions.json" + head + "Transfer-Encoding: chunked\r\n\r\n");
+    std::string chunk = "10000\r\n" + std::string(65536, 'x') + "\r\n";
+    for (int i = 0; i < 18; ++i) endless.send(chunk);
+    EXPECT_TRUE(endless.readUntil("}").starts_with("HTTP/1.1 413"));
+
+    // What is no HTTP.
+    RawConnection garbage(program.port());
+    garbage.send("\x16\x03\x01 nonsense\r\n\r\n");
+    EXPECT_TRUE(garbage.readToEnd().starts_with("HTTP/1.1 400"));
+    EXPECT_EQ(program.end(SIGINT), 0);
+}
+
+TEST_F(ServerTest, expiresWhileItRuns) {
+    Program program(m_directory.path());
+    signUp(program);
+    TestClient a = client(program, "A");
+    a.cycle({insertOf("n1", "one"), insertOf("n2", "two")});
+    const std::string before = a.hash;
+    const std::vector<std::string> command{
+        VELKOR_BIN_DIR "/velkord", "expire", "--data", m_directory.path(), "--user", "u@example.org", "--app", "app", "--guid"};
+    auto expire = [&](const std::string& guid) {
+        auto words = command;
+        words.push_back(guid);
+        return Program::run(words);
+    };
+    EXPECT_EQ(expire("n1"), 0);
+    EXPECT_EQ(expire("n1"), 1);
+    EXPECT_EQ(expire("nothing"), 1);
+    EXPECT_EQ(Program::run({VELKOR_BIN_DIR "/velkord", "--nonsense"}), 2);
+    EXPECT_EQ(summary(a.cycle()), std::vector<std::string>{"n1:expired"});
+    EXPECT_NE(a.hash, before);
+    a.cycle({transaction("UPDATE_XACTION", "Note", "n1", "back")});
+    EXPECT_EQ(a.hash, before);
+}
+
+}  // namespace
+}  // namespace velkor::service
