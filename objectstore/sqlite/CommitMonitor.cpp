@@ -1,5 +1,6 @@
 #include "objectstore/sqlite/CommitMonitor.h"
 
+#include "objectstore/sqlite/Transaction.h"
 #include "platform/base/DurableStep.h"
 
 namespace velkor::NS::sqlite {
@@ -29,10 +30,11 @@ Result<void> CommitMonitor::readStamps() {
     auto version = dataVersion();
     if (!version) return version.error();
     if (m_stampsVersion == version.value()) return {};
-    auto lease = m_connection->prepare("SELECT name,stamp FROM watches");
+    auto lease = m_connection->prepare("SELECT name,stamp,seen FROM watches");
     if (!lease) return lease.error();
-    auto read =
-        m_connection->eachRow(*lease.value(), [&](Statement& row) { m_stamps[std::string(row.text(0))] = row.integer(1); });
+    auto read = m_connection->eachRow(*lease.value(), [&](Statement& row) {
+        m_stamps[std::string(row.text(0))] = {row.integer(1), row.integer(1) == row.integer(2)};
+    });
     if (!read) return read;
     // Read before the stamps: a commit in between is found next time.
     m_stampsVersion = version.value();
@@ -43,7 +45,29 @@ Result<std::optional<std::int64_t>> CommitMonitor::watchStamp(std::string_view n
     const std::lock_guard lock(m_mutex);
     if (auto read = readStamps(); !read) return read.error();
     const auto found = m_stamps.find(name);
-    return found == m_stamps.end() ? std::optional<std::int64_t>() : std::optional(found->second);
+    if (found == m_stamps.end()) return std::optional<std::int64_t>();
+    if (!found->second.seen) {
+        auto marked = markSeen(name);
+        if (!marked) return marked.error();
+        found->second = {marked.value(), true};
+    }
+    return std::optional(found->second.value);
+}
+
+Result<std::int64_t> CommitMonitor::markSeen(std::string_view name) {
+    auto taken = m_store->takeConnection();
+    if (!taken) return taken.error();
+    std::unique_ptr<Connection> connection = std::move(taken).value();
+    std::int64_t stamp = 0;
+    auto marked = inTransaction(*connection, [&]() -> Result<void> {
+        auto lease = connection->prepare("UPDATE watches SET seen=stamp WHERE name=? RETURNING stamp");
+        if (!lease) return lease.error();
+        lease.value()->bindText(1, name);
+        return connection->eachRow(*lease.value(), [&](Statement& row) { stamp = row.integer(0); });
+    });
+    m_store->giveBack(std::move(connection));
+    if (!marked) return marked.error();
+    return stamp;
 }
 
 void CommitMonitor::rememberValue(std::string_view name, std::int64_t stamp, Value value) {
@@ -56,7 +80,7 @@ Value CommitMonitor::rememberedValue(std::string_view name) {
     const auto found = m_remembered.find(name);
     if (found == m_remembered.end() || !readStamps().ok()) return {};
     const auto stamp = m_stamps.find(name);
-    return stamp != m_stamps.end() && stamp->second == found->second.stamp ? found->second.value : Value();
+    return stamp != m_stamps.end() && stamp->second.value == found->second.stamp ? found->second.value : Value();
 }
 
 }  // namespace velkor::NS::sqlite

@@ -26,19 +26,25 @@ public:
     Value rememberedValue(std::string_view name);
 
 private:
+    struct Stamp {
+        std::int64_t value = 0;
+        bool seen = false;
+    };
     struct Remembered {
         std::int64_t stamp;
         Value value;
     };
     Result<std::int64_t> dataVersion();
     Result<void> readStamps();
+    /// Tells all savers that the stamp is known from now on, so that it has to move.
+    Result<std::int64_t> markSeen(std::string_view name);
 
     const std::shared_ptr<StoreFile> m_store;
     std::mutex m_mutex;
     std::unique_ptr<Connection> m_connection;  // all below: guarded by m_mutex
     std::optional<std::int64_t> m_durableVersion;
     std::optional<std::int64_t> m_stampsVersion;
-    std::map<std::string, std::int64_t, std::less<>> m_stamps;
+    std::map<std::string, Stamp, std::less<>> m_stamps;
     std::map<std::string, Remembered, std::less<>> m_remembered;
 };
 

@@ -88,7 +88,8 @@ void SQLiteStoreSession::touched(const EntityDescription& entity, ChangeKind kin
 Result<void> SQLiteStoreSession::writeStamps() {
     for (std::size_t i = 0; i < m_touched.size(); ++i) {
         if (!m_touched[i]) continue;
-        auto written = m_connection->run("UPDATE watches SET stamp=stamp+1 WHERE name=?",
+        // A stamp that nobody has seen need not move: most saves write nothing here.
+        auto written = m_connection->run("UPDATE watches SET stamp=stamp+1 WHERE name=? AND seen=stamp",
                                          [&](Statement& statement) { statement.bindText(1, m_layout->watches[i].name()); });
         if (!written) return written;
     }

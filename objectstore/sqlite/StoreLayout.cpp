@@ -140,7 +140,7 @@ Result<void> createOwnTables(Connection& connection) {
     return connection.execute(
         "CREATE TABLE meta(name TEXT PRIMARY KEY,value TEXT NOT NULL) WITHOUT ROWID;"
         "CREATE TABLE counters(name TEXT PRIMARY KEY,next INTEGER NOT NULL) WITHOUT ROWID;"
-        "CREATE TABLE watches(name TEXT PRIMARY KEY,stamp INTEGER NOT NULL,definition TEXT NOT NULL) WITHOUT ROWID;"
+        "CREATE TABLE watches(name TEXT PRIMARY KEY,stamp INTEGER NOT NULL,seen INTEGER NOT NULL,definition TEXT NOT NULL) WITHOUT ROWID;"
         "CREATE TABLE history(sequence INTEGER PRIMARY KEY,time REAL NOT NULL,entity TEXT NOT NULL,object INTEGER NOT NULL,"
         "kind INTEGER NOT NULL,author TEXT NOT NULL,process TEXT NOT NULL,marked INTEGER NOT NULL);"
         "PRAGMA application_id=" +
@@ -177,7 +177,7 @@ Result<void> writeWatch(Connection& connection, std::string_view name, const std
     auto text = propertyListXML(plistOfWatched(watched));
     if (!text) return text.error();
     return connection.run(
-        "INSERT INTO watches(name,stamp,definition) VALUES(?1,1,?2) "
+        "INSERT INTO watches(name,stamp,seen,definition) VALUES(?1,1,0,?2) "
         "ON CONFLICT(name) DO UPDATE SET stamp=stamp+1,definition=excluded.definition",
         [&](Statement& statement) {
             statement.bindText(1, name);
