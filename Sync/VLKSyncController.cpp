@@ -55,6 +55,7 @@ VLKSyncController* VLKSyncController::globalInstance() {
 
 VLKSyncController::VLKSyncController(std::string serverURL, VLKContextCreator contextCreator)
     : m_internals(std::make_unique<Internals>(*this)) {
+    NS::assertThat(NS::RunLoop::isMainThread(), "The SyncController must be created on the main thread");
     seedRandomNumberGenerator();
     VLKTransaction::registerArchivableClasses();
     loadSyncState();

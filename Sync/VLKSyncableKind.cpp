@@ -13,8 +13,8 @@ bool isTrue(const NS::Value& value) noexcept { return value.asBoolean().value_or
 VLKSyncableKind::VLKSyncableKind(const NS::EntityDescription& entity)
     : m_entity(&entity), m_class(entity.objectClass()), m_syncable(conformsToSyncableProtocol(m_class)) {
     if (!m_syncable) return;
-    m_hasExpired = m_class->respondsTo(VLKSyncableMember::expired);
-    m_hasOptOut = m_class->respondsTo(VLKSyncableMember::doNotSynchronize);
+    m_hasExpired = answers(VLKSyncableMember::expired);
+    m_hasOptOut = answers(VLKSyncableMember::doNotSynchronize);
     m_judgedByValues = entity.attributeNamed(VLKSyncableMember::guid) && !m_class->getterFor(VLKSyncableMember::guid) &&
                        (!m_hasExpired || isAnsweredByAttribute(VLKSyncableMember::expired)) &&
                        (!m_hasOptOut || isAnsweredByAttribute(VLKSyncableMember::doNotSynchronize));
@@ -27,8 +27,14 @@ std::vector<std::string> VLKSyncableKind::judgedAttributes() const {
     return names;
 }
 
+/// Of two entities that share a class one may lack the attribute.
+bool VLKSyncableKind::answers(std::string_view member) const noexcept {
+    const NS::ObjectClass::Member* answer = m_class->member(member);
+    return answer && (!answer->isAttribute || m_entity->attributeNamed(member));
+}
+
 bool VLKSyncableKind::isAnsweredByAttribute(std::string_view member) const noexcept {
-    return m_class->member(member)->isAttribute && m_entity->attributeNamed(member) && !m_class->getterFor(member);
+    return m_class->member(member)->isAttribute && !m_class->getterFor(member);
 }
 
 bool VLKSyncableKind::excludesFromCapture(const NS::ManagedObject& object) const {

@@ -37,6 +37,7 @@ public:
     bool excludesFromCapture(const NS::Dictionary& kept) const noexcept;
 
 private:
+    bool answers(std::string_view member) const noexcept;
     bool isAnsweredByAttribute(std::string_view member) const noexcept;
     // Places in `judgedAttributes`.
     static constexpr std::size_t expiredPlace = 1;
