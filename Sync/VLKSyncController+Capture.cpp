@@ -128,7 +128,8 @@ void VLKSyncController::dataChanged(const NS::Notification& notification) {
                 moveToModel(*changes, m_internals->coordinator->managedObjectModel());
         }
     }
-    if (m_internals->capturedSaves->add(std::move(save))) m_internals->onMainQueue([this] { m_internals->handleCapturedSaves(); });
+    if (m_internals->capturedSaves->add(std::move(save)))
+        m_internals->onMainQueue([this] { m_internals->handleCapturedSaves(); });
 }
 
 bool VLKSyncController::Internals::isContextOfRunningWrite(const NS::ManagedObjectContext* context) const {

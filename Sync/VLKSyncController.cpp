@@ -12,10 +12,10 @@
 #include "Sync/VLKChangeWriteOperation.h"
 #include "Sync/VLKSyncController+Internal.h"
 #include "objectstore/PersistentStoreCoordinator.h"
-#include "platform/persistence/Bundle.h"
 #include "platform/base/SystemLog.h"
 #include "platform/concurrency/RunLoop.h"
 #include "platform/concurrency/UserInput.h"
+#include "platform/persistence/Bundle.h"
 
 namespace velkor {
 
@@ -98,7 +98,8 @@ VLKSyncController::~VLKSyncController() {
 }
 
 void VLKSyncController::Internals::observeSaves() {
-    // The center may still call while teardown removes the observer, from a thread that is saving: so the queue of saves is shared.
+    // The center may still call while teardown removes the observer, from a thread that is saving: so the queue of saves is
+    // shared.
     const auto handle = [this](const NS::Notification& notification) {
         try {
             self.dataChanged(notification);
