@@ -60,7 +60,11 @@ struct ContextState {
     void makeFault(ManagedObject& object);
     /// The object's row is gone.
     void depart(ManagedObject& object);
+    /// The row of an object that departed is there again; the object stays behind.
+    void forgetDeparted(const EntityDescription& entity, RowKey key) noexcept;
+    void forgetUnsavedLinksTo(ManagedObject& object);
     void dropChanges(ManagedObject& object);
+    void loseOverruled();
     /// The store's value of a to-one relationship has changed: loaded destinations of the other side follow.
     void inverseFollows(ManagedObject& object, const RelationshipDescription& toOne, RowKey from, RowKey to);
 
@@ -111,6 +115,13 @@ struct ContextState {
     ObjectRegistry registry;
     ChangeTracker changes;
     LookupCache lookups;
+    /// Found while rows are read, settled afterwards.
+    struct Overruled {
+        ObjectRef object;
+        const RelationshipDescription* toOne;
+        RowKey destination;
+    };
+    std::vector<Overruled> overruled;
     /// Prefetched destinations live until the next prefetch of their relationship, save, rollback or reset.
     std::unordered_map<const RelationshipDescription*, std::vector<ObjectRef>> prefetched;
     /// How many owners the next load of a to-many relationship takes along: doubled at each load of a single one.

@@ -16,17 +16,9 @@ void LinkSet::load(std::vector<RowKey> stored) {
     m_current = KeySet(std::move(stored));
     m_loaded = true;
     if (!m_changes) return;
-    Changes kept;
-    for (RowKey key : m_changes->added) {
-        if (m_current.insert(key)) kept.added.insert(key);
-    }
-    for (RowKey key : m_changes->removed) {
-        if (m_current.erase(key)) kept.removed.insert(key);
-    }
-    for (RowKey key : m_changes->removedByRule) {
-        if (m_current.erase(key)) kept.removedByRule.insert(key);
-    }
-    *m_changes = std::move(kept);
+    for (RowKey key : m_changes->added) m_current.insert(key);
+    for (RowKey key : m_changes->removed) m_current.erase(key);
+    for (RowKey key : m_changes->removedByRule) m_current.erase(key);
 }
 
 void LinkSet::unload() noexcept {
@@ -63,14 +55,10 @@ void LinkSet::storeRemoved(RowKey key) {
     if (m_loaded) m_current.erase(key);
 }
 
-void LinkSet::revert() {
+void LinkSet::revert() noexcept {
     if (!m_changes) return;
-    if (m_loaded) {
-        for (RowKey key : m_changes->added) m_current.erase(key);
-        for (RowKey key : m_changes->removed) m_current.insert(key);
-        for (RowKey key : m_changes->removedByRule) m_current.insert(key);
-    }
     m_changes.reset();
+    unload();
 }
 
 }  // namespace velkor::NS

@@ -38,7 +38,7 @@ public:
 
     /// The changes have become the stored state.
     void commit() noexcept { m_changes.reset(); }
-    void revert();
+    void revert() noexcept;
 
     /// Replaces each key by what `change` makes of it.
     template <class F>

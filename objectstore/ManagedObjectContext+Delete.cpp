@@ -18,9 +18,7 @@ bool ContextState::markDeleted(ManagedObject& object) {
         if (relationship.toMany) loadedLinksOf(object, relationship);
     }
     if (state.status == ObjectStatus::inserted) {
-        changes.remove(object, ObjectStatus::departed);
-        registry.remove(object);
-        registry.depart(object);
+        depart(object);
     } else {
         changes.add(sharedOf(object), ObjectStatus::deleted);
     }

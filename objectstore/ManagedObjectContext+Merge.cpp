@@ -16,7 +16,7 @@ void ManagedObjectContext::mergeChangesFromContextDidSaveNotification(const Noti
 }
 
 /// Objects without unsaved changes become faults: who needs one reads it then, with all others that wait. Changed objects are
-/// read at once, under their changes.
+/// read at once, under their changes; where there is nothing to read, their save or rollback will have to look.
 void ContextState::merge(const ChangeRecord& record) {
     forgetLookups();
     std::vector<std::vector<ManagedObject*>> changed(coordinator->managedObjectModel().entities().size());
@@ -24,13 +24,16 @@ void ContextState::merge(const ChangeRecord& record) {
         const EntityDescription* entity = ownEntity(*change.entity);
         ManagedObject* object = entity ? registry.find(*entity, change.key) : nullptr;
         if (!object) continue;
-        const ObjectStatus status = stateOf(*object).status;
-        if (status == ObjectStatus::unchanged) {
-            change.kind == ChangeKind::deleted ? depart(*object) : makeFault(*object);
-        } else if (status == ObjectStatus::updated && change.kind != ChangeKind::deleted) {
+        ObjectState& state = stateOf(*object);
+        const bool gone = change.kind == ChangeKind::deleted;
+        if (state.status == ObjectStatus::unchanged) {
+            gone ? depart(*object) : makeFault(*object);
+        } else if (state.status == ObjectStatus::updated && !gone) {
             changed[entity->index()].push_back(object);
-        } else if (status == ObjectStatus::updated && policy == MergePolicy::storeWins) {
+        } else if (state.status == ObjectStatus::updated && policy == MergePolicy::storeWins) {
             depart(*object);
+        } else if (state.status != ObjectStatus::inserted) {
+            state.version = unknownVersion;
         }
     }
     for (const auto& entity : coordinator->managedObjectModel().entities()) {

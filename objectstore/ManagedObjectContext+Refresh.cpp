@@ -34,6 +34,7 @@ Result<void> ContextState::refreshRows(const EntityDescription& entity, const st
     for (RowKey key : missing) {
         if (ManagedObject* object = registry.find(entity, key)) depart(*object);
     }
+    loseOverruled();
     return {};
 }
 
@@ -49,8 +50,12 @@ void ContextState::takeRow(ManagedObject& object, StoredRow& row) {
             const std::size_t place = placeOf(relationship);
             inverseFollows(object, relationship, state.keyAt(place), row.values[place].asInteger().value_or(0));
         }
-        state.links.reset();
     }
+    for (const RelationshipDescription& relationship : object.entity().relationships()) {
+        if (relationship.toMany) continue;
+        if (const auto key = row.values[placeOf(relationship)].asInteger()) forgetDeparted(*relationship.destination, *key);
+    }
+    state.links.reset();
     state.version = row.version;
     std::move(row.values.begin(), row.values.end(), state.values().begin());
 }
@@ -62,18 +67,30 @@ void ContextState::mergeRow(ManagedObject& object, StoredRow& row) {
     const std::size_t attributes = object.entity().attributes().size();
     for (std::size_t place = 0; place < row.values.size(); ++place) {
         Value& value = state.values()[place];
-        if (value == snapshot.values[place] && !(value == row.values[place])) {
-            if (place >= attributes) {
-                const auto& relationship = object.entity().relationships()[place - attributes];
-                inverseFollows(object, relationship, state.keyAt(place), row.values[place].asInteger().value_or(0));
-            }
-            value = row.values[place];
+        Value& fresh = row.values[place];
+        if (fresh == snapshot.values[place]) continue;
+        const auto* relationship = place < attributes ? nullptr : &object.entity().relationships()[place - attributes];
+        if (value == snapshot.values[place]) {
+            if (relationship) inverseFollows(object, *relationship, state.keyAt(place), fresh.asInteger().value_or(0));
+            value = fresh;
+        } else if (relationship && relationship->inverse && fresh && !(fresh == value)) {
+            overruled.push_back({sharedOf(object), relationship, *fresh.asInteger()});
         }
-        snapshot.values[place] = std::move(row.values[place]);
+        snapshot.values[place] = std::move(fresh);
     }
     state.version = row.version;
     for (const RelationshipDescription& relationship : object.entity().relationships()) {
         if (state.links && relationship.toMany) state.links[relationship.index].unload();
+    }
+}
+
+/// Where an unsaved destination stays in place of the one that somebody else has saved, that one loses the object.
+void ContextState::loseOverruled() {
+    const auto pending = std::move(overruled);
+    overruled.clear();
+    for (const auto& [object, toOne, destination] : pending) {
+        if (const ObjectRef loser = objectForKey(*toOne->destination, destination))
+            leave(*loser, *toOne->inverse, *object, false);
     }
 }
 
@@ -100,11 +117,39 @@ void ContextState::makeFault(ManagedObject& object) {
 void ContextState::depart(ManagedObject& object) {
     const auto held = sharedOf(object);
     ObjectState& state = stateOf(object);
+    forgetDeparted(object.entity(), state.key);
     registry.depart(object);
     state.fault = false;
+    if (state.status == ObjectStatus::updated) forgetUnsavedLinksTo(object);
     if (state.isChanged()) changes.remove(object, ObjectStatus::departed);
     state.status = ObjectStatus::departed;
     state.snapshot.reset();
+}
+
+void ContextState::forgetDeparted(const EntityDescription& entity, RowKey key) noexcept {
+    if (!registry.hasDeparted(entity)) return;
+    ManagedObject* object = registry.findDeparted(entity, key);
+    if (!object) return;
+    registry.remove(*object);
+    detach(*object);
+}
+
+/// Nobody is to be saved as leading to an object whose row is gone.
+void ContextState::forgetUnsavedLinksTo(ManagedObject& object) {
+    ObjectState& state = stateOf(object);
+    for (const RelationshipDescription& relationship : object.entity().relationships()) {
+        if (!relationship.inverse) continue;
+        std::vector<RowKey> others;
+        if (!relationship.toMany) {
+            others.push_back(state.keyAt(placeOf(relationship)));
+        } else if (state.links) {
+            others = state.links[relationship.index].added().keys();
+        }
+        for (RowKey key : others) {
+            ManagedObject* other = key != 0 ? registry.find(*relationship.destination, key) : nullptr;
+            if (other && stateOf(*other).isChanged()) leave(*other, *relationship.inverse, object, true);
+        }
+    }
 }
 
 /// Gives up the object's own unsaved changes. Links of a one-to-many relationship are their children's changes, and stay.

@@ -68,6 +68,7 @@ Result<void> ContextState::loadLinks(std::span<ManagedObject* const> owners, con
         for (std::size_t i = end ? *end : 0; i > 0 && found[i - 1].first == stateOf(*owner).key; --i)
             stored.push_back(found[i - 1].second);
         std::reverse(stored.begin(), stored.end());
+        for (RowKey key : stored) forgetDeparted(*toMany.destination, key);
         if (toOne) {
             for (RowKey key : stored) {
                 ManagedObject* child = registry.find(*toMany.destination, key);

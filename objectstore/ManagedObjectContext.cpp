@@ -61,7 +61,7 @@ ContextState::ObjectRef ContextState::objectForKey(const EntityDescription& enti
 
 void ContextState::detach(ManagedObject& object) noexcept {
     ObjectState& state = stateOf(object);
-    state.status = ObjectStatus::detached;
+    if (state.status != ObjectStatus::departed) state.status = ObjectStatus::detached;
     state.fault = false;
     state.snapshot.reset();
     object.m_context = nullptr;
@@ -104,6 +104,7 @@ void ContextState::rollback() {
                 if (state.links) state.links[relationship.index].revert();
             }
             state.status = ObjectStatus::unchanged;
+            if (state.version == unknownVersion) makeFault(*object);
         }
     }
     registry.clearTemporaries();

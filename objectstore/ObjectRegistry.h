@@ -23,6 +23,7 @@ public:
     ManagedObject* find(const EntityDescription& entity, RowKey key) const noexcept;
     /// An object whose row is gone, as long as somebody holds it.
     ManagedObject* findDeparted(const EntityDescription& entity, RowKey key) const noexcept;
+    bool hasDeparted(const EntityDescription& entity) const noexcept { return !m_entities[entity.index()].departed.empty(); }
     void add(ManagedObject& object);
     /// The object's row is gone: from now on it is only found among the departed.
     void depart(ManagedObject& object);

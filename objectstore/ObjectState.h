@@ -22,6 +22,9 @@ enum class ObjectStatus : std::uint8_t {
     departed,  // its row is gone; answers its last values
 };
 
+/// The row is known to have changed since it was read, or to be gone.
+inline constexpr std::int64_t unknownVersion = 0;
+
 /// What an object looked like before its first unsaved change.
 struct Snapshot {
     std::vector<Value> values;
@@ -55,7 +58,8 @@ struct ObjectState {
     }
 
     RowKey key = 0;  // negative: temporary
-    std::int64_t version = 0;
+    /// Of the row as it was read.
+    std::int64_t version = unknownVersion;
     std::unique_ptr<Snapshot> snapshot;  // of an updated or deleted object
     std::unique_ptr<LinkSet[]> links;    // by relationship, once a to-many was loaded or changed
     std::uint32_t slot = 0;              // place among the context's faults, or in its list of changes

@@ -50,6 +50,7 @@ Result<void> SaveOperation::resolveConflict(StoreSession& session, Update& updat
         resolution.values[place] = own[place];
         written.push_back(place);
         update.byUser |= !byRule;
+        if (auto touched = touchDestination(session, object, place, row.values[place]); !touched) return touched;
     }
     bool relinked = false;
     if (state.links) {
@@ -67,6 +68,16 @@ Result<void> SaveOperation::resolveConflict(StoreSession& session, Update& updat
     return {};
 }
 
+/// The object of the other side, which is no part of this save, loses or gets back the object.
+Result<void> SaveOperation::touchDestination(StoreSession& session, ManagedObject& object, std::size_t place,
+                                             const Value& destination) {
+    const std::size_t attributes = object.entity().attributes().size();
+    if (place < attributes || !destination) return {};
+    const RelationshipDescription& relationship = object.entity().relationships()[place - attributes];
+    if (!relationship.inverse || !relationship.inverse->toMany) return {};
+    return rewriteRow(session, *relationship.destination, keyOf(destination), {});
+}
+
 Result<void> SaveOperation::resolveMissing(StoreSession& session, Update& update) {
     if (m_context.policy == MergePolicy::error) return conflict(*update.object);
     if (m_context.policy == MergePolicy::objectWins && update.byUser) return revive(session, *update.object);
@@ -78,19 +89,29 @@ Result<void> SaveOperation::resolveMissing(StoreSession& session, Update& update
 Result<void> SaveOperation::revive(StoreSession& session, ManagedObject& object) {
     const auto own = rowValues(object);
     Resolution resolution{&object, {own.begin(), own.end()}, {own.begin(), own.end()}, firstVersion};
-    for (const RelationshipDescription& relationship : object.entity().relationships()) {
-        const RowKey key = relationship.toMany ? 0 : keyOf(own[placeOf(relationship)]);
-        if (key == 0) continue;
-        const ManagedObject* other = m_context.registry.find(*relationship.destination, key);
-        if (other && stateOf(*other).isChanged() && stateOf(*other).isAlive()) continue;  // is written, too
-        auto read = readRow(session, *relationship.destination, key);
-        if (!read) return read.error();
-        if (read.value().empty()) resolution.values[placeOf(relationship)] = Value();
-    }
     auto inserted = session.insert(object.entity(), stateOf(object).key, resolution.values);
     if (!inserted) return inserted.error();
     session.touched(object.entity(), ChangeKind::inserted, {});
     m_resolutions.push_back(std::move(resolution));
+    m_revived.push_back(&object);
+    return {};
+}
+
+/// Those that came back may lead to rows that are gone; the others get them back.
+Result<void> SaveOperation::reconnectRevived(StoreSession& session) {
+    for (ManagedObject* object : m_revived) {
+        for (const RelationshipDescription& relationship : object->entity().relationships()) {
+            const std::size_t place = placeOf(relationship);
+            const RowKey key = relationship.toMany ? 0 : m_context.registry.permanentKey(stateOf(*object).keyAt(place));
+            if (key == 0) continue;
+            auto read = readRow(session, *relationship.destination, key);
+            if (!read) return read.error();
+            auto written = read.value().empty()
+                               ? rewriteRow(session, object->entity(), stateOf(*object).key, std::span(&place, 1))
+                               : touchDestination(session, *object, place, Value(key));
+            if (!written) return written;
+        }
+    }
     return {};
 }
 

@@ -8,6 +8,7 @@ namespace velkor::NS {
 Result<void> SaveOperation::write(StoreSession& session) {
     m_stale.clear();
     m_resolutions.clear();
+    m_revived.clear();
     m_gone.clear();
     m_rewritten.clear();
     m_context.registry.forgetPermanentKeys();
@@ -106,6 +107,7 @@ Result<void> SaveOperation::updateRows(StoreSession& session) {
     for (ManagedObject* object : m_gone) {
         if (auto dropped = dropReferences(session, *object); !dropped) return dropped;
     }
+    if (auto reconnected = reconnectRevived(session); !reconnected) return reconnected;
     return repairPartners(session);
 }
 
@@ -122,8 +124,6 @@ Result<void> SaveOperation::rewriteRow(StoreSession& session, const EntityDescri
 Result<void> SaveOperation::touchRows(StoreSession& session) {
     for (const auto& entity : m_context.coordinator->managedObjectModel().entities()) {
         for (RowKey key : m_context.changes.touched(*entity)) {
-            const ManagedObject* known = m_context.registry.find(*entity, key);
-            if (known && stateOf(*known).isChanged()) continue;  // written or removed anyway
             if (auto written = rewriteRow(session, *entity, key, {}); !written) return written;
         }
     }

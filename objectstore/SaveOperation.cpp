@@ -163,15 +163,20 @@ void SaveOperation::settleInserted(ManagedObject& object) {
 
 void SaveOperation::settleUpdated(const Update& update) {
     ObjectState& state = stateOf(*update.object);
-    if (update.written) ++state.version;
     state.status = ObjectStatus::unchanged;
     state.snapshot.reset();
     state.commitLinks(update.object->entity());
+    if (state.version == unknownVersion) {
+        m_context.makeFault(*update.object);
+    } else if (update.written) {
+        ++state.version;
+    }
 }
 
 void SaveOperation::settleResolved(const Resolution& resolution) {
     ManagedObject& object = *resolution.object;
     ObjectState& state = stateOf(object);
+    if (state.fault) return;  // is read anew
     for (const RelationshipDescription& relationship : object.entity().relationships()) {
         if (relationship.toMany) continue;
         const std::size_t place = placeOf(relationship);
@@ -199,9 +204,8 @@ void SaveOperation::settleDeleted(ManagedObject& object) {
         }
     }
     state.commitLinks(object.entity());
-    state.snapshot.reset();
-    m_context.registry.depart(object);
-    state.status = ObjectStatus::departed;
+    state.status = ObjectStatus::unchanged;
+    m_context.depart(object);
 }
 
 void SaveOperation::announce() {

@@ -74,8 +74,10 @@ private:
     // Conflicts, within the transaction (SaveOperation+Conflicts.cpp)
     Result<std::vector<StoredRow>> readRow(StoreSession& session, const EntityDescription& entity, RowKey key);
     Result<void> resolveConflict(StoreSession& session, Update& update);
+    Result<void> touchDestination(StoreSession& session, ManagedObject& object, std::size_t place, const Value& destination);
     Result<void> resolveMissing(StoreSession& session, Update& update);
     Result<void> revive(StoreSession& session, ManagedObject& object);
+    Result<void> reconnectRevived(StoreSession& session);
     Result<void> dropReferences(StoreSession& session, ManagedObject& gone);
     Result<void> repairPartners(StoreSession& session);
     Result<void> repairPartner(StoreSession& session, const RelationshipDescription& toOne, RowKey key, RowKey partner);
@@ -95,11 +97,12 @@ private:
     std::vector<std::size_t> m_places;
     std::vector<ManagedObject*> m_stale;  // deleted objects whose rows somebody has changed
     std::vector<Resolution> m_resolutions;
-    std::vector<ManagedObject*> m_gone;  // updated objects whose rows are missing and stay so
-    std::vector<RowRef> m_rewritten;     // rows that were written beside the objects' own
-    std::vector<Value> m_resolved;       // see rowValues
-    std::vector<Value> m_noValues;       // a row of nothing
-    HistoryRow m_history;                // used again for each row
+    std::vector<ManagedObject*> m_revived;  // updated objects whose rows were missing and are written again
+    std::vector<ManagedObject*> m_gone;     // updated objects whose rows are missing and stay so
+    std::vector<RowRef> m_rewritten;        // rows that were written beside the objects' own
+    std::vector<Value> m_resolved;          // see rowValues
+    std::vector<Value> m_noValues;          // a row of nothing
+    HistoryRow m_history;                   // used again for each row
     std::shared_ptr<ChangeRecord> m_record;
     ChangeTracker::Lists m_lists;  // after the commit
 };
