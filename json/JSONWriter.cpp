@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 
 #include "json/CSerializedJSONData.h"
 #include "json/JSONRepresentable.h"
@@ -16,6 +17,7 @@ namespace velkor {
 namespace {
 
 constexpr int maximumDepth = 512;
+constexpr std::size_t shortText = 60;
 constexpr std::string_view invalidText = "A text is no valid UTF-8.";
 
 /// Appends the escape of a control character, a double quote or a backslash.
@@ -79,8 +81,8 @@ std::string unsupported(const NS::Value& value) { return NS::format("Cannot seri
 }  // namespace
 
 void JSONWriter::open(char bracket) {
-    separate();
-    m_out.push_back(bracket);
+    const char text[] = {',', bracket};
+    m_out.append(text + !m_comma, sizeof text - !m_comma);
     m_comma = false;
 }
 
@@ -90,16 +92,11 @@ void JSONWriter::close(char bracket) {
 }
 
 void JSONWriter::key(std::string_view name) {
-    separate();
-    quoted(name);
-    m_out.push_back(':');
+    quoted(name, "\":");
     m_comma = false;
 }
 
-void JSONWriter::string(std::string_view text) {
-    separate();
-    quoted(text);
-}
+void JSONWriter::string(std::string_view text) { quoted(text, "\""); }
 
 void JSONWriter::plainString(std::string_view text) {
     separate();
@@ -108,12 +105,24 @@ void JSONWriter::plainString(std::string_view text) {
     m_out.push_back('"');
 }
 
-void JSONWriter::quoted(std::string_view text) {
+// Comma, quote, text and ending.
+void JSONWriter::quoted(std::string_view text, std::string_view ending) {
     const char* p = text.data();
     const char* const end = p + text.size();
     const char* copied = p;
+    p = detail::skipPlainText(p, end);
+    if (p == end && text.size() <= shortText) {
+        // The usual case goes out in one piece.
+        char piece[shortText + 4] = {',', '"'};
+        if (!text.empty()) std::memcpy(piece + 2, text.data(), text.size());
+        std::memcpy(piece + 2 + text.size(), ending.data(), ending.size());
+        m_out.append(piece + !m_comma, 2 + text.size() + ending.size() - !m_comma);
+        m_comma = true;
+        return;
+    }
+    separate();
     m_out.push_back('"');
-    while ((p = detail::skipPlainText(p, end)) != end) {
+    for (; p != end; p = detail::skipPlainText(p, end)) {
         if (static_cast<unsigned char>(*p) >= 0x80) {
             const std::size_t length = NS::utf8CharacterLength(p, end);
             if (length == 0) return fail(std::string(invalidText));
@@ -125,7 +134,7 @@ void JSONWriter::quoted(std::string_view text) {
         }
     }
     m_out.append(copied, end);
-    m_out.push_back('"');
+    m_out.append(ending);
 }
 
 void JSONWriter::integer(std::int64_t value) {

@@ -74,7 +74,7 @@ private:
     }
     void integer(std::int64_t value);
     void unsignedInteger(std::uint64_t value);
-    void quoted(std::string_view text);
+    void quoted(std::string_view text, std::string_view ending);
     void array(const NS::Array& array);
     void dictionary(const NS::Dictionary& dictionary);
     void object(const NS::Value& value);

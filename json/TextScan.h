@@ -16,25 +16,46 @@ inline bool isSpecialTextByte(char c) noexcept {
     return byte < 0x20 || byte >= 0x80 || c == '"' || c == '\\';
 }
 
+#if defined(__SSE2__)
+
+/// A bit for each such byte among the sixteen.
+inline unsigned specialTextBytes(__m128i bytes) noexcept {
+    // As signed bytes, control characters and all that is not ASCII lie below the blank.
+    const __m128i low = _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20));
+    const __m128i marks = _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(low, marks)));
+}
+inline unsigned specialsOfSixteen(const char* p) noexcept {
+    return specialTextBytes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+}
+inline unsigned specialsOfEight(const char* p) noexcept {
+    return specialTextBytes(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))) & 0xFF;
+}
+
 /// The first such byte from `p` on, or `end`.
 inline const char* skipPlainText(const char* p, const char* end) noexcept {
-#if defined(__SSE2__)
-    // As signed bytes, control characters and all that is not ASCII lie below the blank.
-    const __m128i blank = _mm_set1_epi8(0x20), quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\');
-    auto specials = [&](const char* at) {
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-        return _mm_or_si128(_mm_cmplt_epi8(bytes, blank),
-                            _mm_or_si128(_mm_cmpeq_epi8(bytes, quote), _mm_cmpeq_epi8(bytes, backslash)));
-    };
-    for (; end - p >= 64; p += 64) {
-        const __m128i any =
-            _mm_or_si128(_mm_or_si128(specials(p), specials(p + 16)), _mm_or_si128(specials(p + 32), specials(p + 48)));
-        if (_mm_movemask_epi8(any) != 0) break;
+    if (end - p >= 16) {
+        for (; end - p >= 16; p += 16) {
+            if (const unsigned found = specialsOfSixteen(p)) return p + __builtin_ctz(found);
+        }
+        if (p == end) return end;
+        // The last sixteen bytes once more; those before `p` are plain.
+        const unsigned found = specialsOfSixteen(end - 16);
+        return found ? end - 16 + __builtin_ctz(found) : end;
     }
-    for (; end - p >= 16; p += 16) {
-        if (const int mask = _mm_movemask_epi8(specials(p))) return p + __builtin_ctz(static_cast<unsigned>(mask));
+    if (end - p >= 8) {
+        if (const unsigned found = specialsOfEight(p)) return p + __builtin_ctz(found);
+        const unsigned found = specialsOfEight(end - 8);
+        return found ? end - 8 + __builtin_ctz(found) : end;
     }
+    while (p != end && !isSpecialTextByte(*p)) ++p;
+    return p;
+}
+
 #else
+
+/// The first such byte from `p` on, or `end`.
+inline const char* skipPlainText(const char* p, const char* end) noexcept {
     constexpr std::uint64_t ones = 0x0101010101010101ULL, tops = 0x8080808080808080ULL;
     auto hasZero = [](std::uint64_t x) { return (x - ones) & ~x; };
     for (; end - p >= 8; p += 8) {
@@ -43,9 +64,10 @@ inline const char* skipPlainText(const char* p, const char* end) noexcept {
         const std::uint64_t control = (eight - ones * 0x20) & ~eight;
         if ((control | hasZero(eight ^ ones * '"') | hasZero(eight ^ ones * '\\') | eight) & tops) break;
     }
-#endif
     while (p != end && !isSpecialTextByte(*p)) ++p;
     return p;
 }
+
+#endif
 
 }  // namespace velkor::detail
