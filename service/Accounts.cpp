@@ -23,7 +23,6 @@ constexpr auto failureWindow = 60s;
 constexpr auto slowedInterval = 1s;
 constexpr auto longestDelay = 10s;
 constexpr std::size_t mostRemembered = 100'000;  // accounts in each map
-constexpr std::int64_t refreshInterval = 60;
 
 constexpr Sql findUser{"SELECT id, password, password_version FROM users WHERE email = :email", "t:iti"};
 constexpr Sql addUser{"INSERT INTO users (email, password, password_version) VALUES (:email, :password, 1)", "tt:"};
@@ -51,8 +50,6 @@ std::string userAnswer(std::int64_t id) {
     writer.beginObject();
     writer.key("user_id");
     writer.number(id);
-    writer.key("refresh_interval");
-    writer.number(refreshInterval);
     writer.endObject();
     return text;
 }

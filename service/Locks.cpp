@@ -18,7 +18,6 @@ constexpr Sql grantLock{
 constexpr Sql releaseLock{"UPDATE locks SET held = 0 WHERE user_id = :user", "i:"};
 constexpr Sql touchLock{"UPDATE locks SET active = :now WHERE user_id = :user AND serial = :serial", "iii:"};
 
-constexpr std::int64_t refreshInterval = 60;
 constexpr std::int64_t touchesPerLease = 16;
 
 std::string grantAnswer(std::int64_t user) {
@@ -27,8 +26,6 @@ std::string grantAnswer(std::int64_t user) {
     writer.beginObject();
     writer.key("user_id");
     writer.number(user);
-    writer.key("refresh_interval");
-    writer.number(refreshInterval);
     writer.endObject();
     return text;
 }
