@@ -92,4 +92,18 @@ std::string_view Options::usage() {
            "       velkord expire --user EMAIL --app APP --guid GUID [--data DIR]";
 }
 
+std::string Options::help() {
+    return std::string(usage()) + R"(
+
+Serves the sync protocol over HTTP from an embedded SQLite database. `expire` marks an object as expired for all clients of a user.
+
+  --data DIR           directory of the database, made when missing ($XDG_DATA_HOME/velkord)
+  --listen HOST:PORT   address; port 0 takes a free one and prints it (127.0.0.1:8330)
+  --lease SECONDS      silence after which another client may take a user's lock (120)
+  --page N             transactions that one answer carries at most; more are fetched page by page (500)
+  --max-body BYTES     longest request body (1 GiB)
+  --log-level N        100 errors to 400 everything, on standard error (100)
+)";
+}
+
 }  // namespace velkor::service

@@ -28,6 +28,8 @@ struct Options {
     /// Reads the arguments behind the program's name; the error's text says what is wrong.
     static NS::Result<Options> parse(std::span<const char* const> arguments);
     static std::string_view usage();
+    /// The usage and what each option means.
+    static std::string help();
 };
 
 }  // namespace velkor::service

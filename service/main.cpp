@@ -42,6 +42,10 @@ int serve(Database& database, const Options& options) {
 }  // namespace
 
 int main(int count, char** arguments) {
+    if (count == 2 && (std::string_view(arguments[1]) == "--help" || std::string_view(arguments[1]) == "-h")) {
+        std::fputs(Options::help().c_str(), stdout);
+        return 0;
+    }
     const auto options = Options::parse(std::span<const char* const>(arguments + 1, static_cast<std::size_t>(count - 1)));
     if (!options) {
         std::fprintf(stderr, "velkord: %s\n%s\n", options.error().localizedDescription().c_str(), Options::usage().data());
