@@ -25,10 +25,6 @@ constexpr std::size_t sliceLength = 256;
 /// Payloads that one thread compresses at a stretch.
 constexpr std::size_t stretchLength = 16;
 
-void report(const Result<void>& result) {
-    if (!result) VLKLog::sharedInstance().logMessageAtLevel(100, "Unable to bring the batch up to date: %@", result.error());
-}
-
 /// The objects of one context that a batch is about.
 struct ContextObjects {
     std::map<const EntityDescription*, Array> missingGuids;
@@ -37,24 +33,24 @@ struct ContextObjects {
     std::map<const EntityDescription*, std::vector<std::shared_ptr<ManagedObject>>> byEntity;
 };
 
-void findMissing(ManagedObjectContext& context, ContextObjects& objects) {
+Result<void> findMissing(ManagedObjectContext& context, ContextObjects& objects) {
     for (const auto& [entity, guids] : objects.missingGuids) {
         const AttributeDescription* guid = entity->attributeNamed(VLKSyncableMember::guid);
         if (!guid) continue;
         auto found = context.preloadObjects(*entity, *guid, guids);
-        if (found) {
-            objects.found.push_back(std::move(found).value());
-        } else {
-            report(found.error());
-        }
+        if (!found) return found.error();
+        objects.found.push_back(std::move(found).value());
     }
+    return {};
 }
 
-void loadRelationships(ManagedObjectContext& context, const ContextObjects& objects) {
+Result<void> loadRelationships(ManagedObjectContext& context, const ContextObjects& objects) {
     for (const auto& [entity, members] : objects.byEntity) {
-        for (const RelationshipDescription& relationship : entity->relationships())
-            report(context.prefetchRelationship(members, relationship));
+        for (const RelationshipDescription& relationship : entity->relationships()) {
+            if (auto loaded = context.prefetchRelationship(members, relationship); !loaded) return loaded;
+        }
     }
+    return {};
 }
 
 /// One transaction of a slice on its way into the text. Slots are used again by the next slice, with their storage.
@@ -150,7 +146,7 @@ private:
 
 }  // namespace
 
-void VLKBatchWriter::loadObjects(const VLKTransactionMap& batch) {
+Result<void> VLKBatchWriter::loadObjects(const VLKTransactionMap& batch) {
     std::map<ManagedObjectContext*, ContextObjects> contexts;
     for (const auto& [key, transaction] : batch) {
         if (transaction->isGenericValue() || transaction->isDelete()) continue;
@@ -167,15 +163,18 @@ void VLKBatchWriter::loadObjects(const VLKTransactionMap& batch) {
         }
     }
     for (auto& [context, objects] : contexts) {
-        findMissing(*context, objects);
-        report(context->refreshObjects(objects.known));
+        if (auto found = findMissing(*context, objects); !found) return found;
+        if (auto refreshed = context->refreshObjects(objects.known); !refreshed) return refreshed;
     }
     for (const auto& [key, transaction] : batch) {
         if (transaction->isGenericValue() || transaction->isDelete()) continue;
         if (const auto object = transaction->obj())
             contexts[object->managedObjectContext()].byEntity[&object->entity()].push_back(object);
     }
-    for (const auto& [context, objects] : contexts) loadRelationships(*context, objects);
+    for (const auto& [context, objects] : contexts) {
+        if (auto loaded = loadRelationships(*context, objects); !loaded) return loaded;
+    }
+    return {};
 }
 
 std::vector<std::string> VLKBatchWriter::writeTransactions(JSONWriter& writer, const VLKTransactionMap& batch) {

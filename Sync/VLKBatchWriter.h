@@ -8,6 +8,7 @@
 #include "Sync/VLKTransaction.h"
 #include "Sync/VLKTransactionMap.h"
 #include "json/JSONWriter.h"
+#include "platform/base/Result.h"
 
 namespace velkor {
 
@@ -16,9 +17,9 @@ class VLKBatchWriter {
 public:
     /// Brings the transactions' objects up to date with the store before they are judged and written: finds those not yet
     /// resolved by one fetch an entity, refreshes all by one more, loads their relationships by one scan each. Afterwards the
-    /// `obj` of a transaction whose row is gone is null. A failed fetch is logged at level 100 and leaves the objects as they
-    /// were.
-    static void loadObjects(const VLKTransactionMap& batch);
+    /// `obj` of a transaction whose row is gone is null. After a failed fetch the batch must be neither judged nor written: what
+    /// could not be read is not gone.
+    static NS::Result<void> loadObjects(const VLKTransactionMap& batch);
 
     /// Writes one JSON object as the writer's next value: for each transaction its key and its wire form, in the batch's order.
     /// Generic value transactions have none and are left out. So is a transaction whose wire form cannot be made; the keys of

@@ -29,7 +29,9 @@ std::optional<std::string> VLKSyncController::batchCurrentChanges() {
     setSyncStatusMessageWithFormat("Batching changes...");
     if (dataToBeSent()) m_internals->postOnMainQueue(VLKStartingSyncNotification);
     readyCurrentChunk();
-    VLKBatchWriter::loadObjects(*m_batch);
+    if (const auto loaded = VLKBatchWriter::loadObjects(*m_batch); !loaded)
+        throw NS::Exception(NS::InternalInconsistencyException,
+                            NS::format("Unable to bring the batch up to date: %@", loaded.error()));
     removeBadTransactionsFromBatch(*m_batch);
     auto json = m_internals->requestEnvelope();
     logMessage(400, "Sending data to server: %@", json);
@@ -73,6 +75,7 @@ void VLKSyncController::readyCurrentChunk() {
     VLKTransactionMap chunk;
     while (!m_changes.empty() && !(m_enableChunking && chunk.size() == chunkSize)) m_changes.moveTo(chunk, m_changes.begin());
     m_batch = std::move(chunk);
+    ++m_internals->batchNumber;
 }
 
 void VLKSyncController::removeBadTransactionsFromBatch(VLKTransactionMap& batch) {
@@ -112,16 +115,16 @@ void VLKSyncController::launchChangesCommandWithJSON(std::optional<std::string> 
     const std::uint32_t task = m_internals->beginInterruptibleOperation(command);
     command->setFailureBlock([this](const NS::Error& error) { handleFailedChangesCommandWithError(error); });
     command->setFinallyBlock([this, task] { endBackgroundOperation(task); });
-    command->setCompletionBlock([this](const NS::Dictionary& answer) { m_internals->changesAnswered(answer); });
+    command->setCompletionBlock(
+        [this, batch = m_internals->batchNumber](const NS::Dictionary& answer) { m_internals->changesAnswered(answer, batch); });
     m_internals->commands.start(command);
 }
 
-void VLKSyncController::Internals::changesAnswered(const NS::Dictionary& answer) {
-    if (answer.contains("batched_download_identifier")) {
-        self.downloadPage(1, downloadFor(answer));
-    } else {
-        self.handleCompletedChangesCommandWithResult(answer);
-    }
+void VLKSyncController::Internals::changesAnswered(const NS::Dictionary& answer, std::uint64_t batch) {
+    if (!answer.contains("batched_download_identifier")) return handleAnswer(answer, batch);
+    self.downloadPage(
+        1, downloadFor(answer), [this, batch](const NS::Dictionary& complete) { handleAnswer(complete, batch); },
+        [this](const NS::Error& error) { self.handleFailedChangesCommandWithError(error); });
 }
 
 void VLKSyncController::sendSchemaForContext(std::shared_ptr<NS::ManagedObjectContext> ctx) {

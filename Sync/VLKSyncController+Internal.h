@@ -55,6 +55,8 @@ struct VLKSyncController::Internals {
     VLKSavePacing savePacing;
     std::unique_ptr<VLKHistoryRecovery> history;  // only while every change is kept
     std::function<bool()> cycleGuard;
+    /// Names the latest batch: an answer acknowledges the batch of its own request, not one that has left since.
+    std::uint64_t batchNumber = 0;
     /// Transactions of the batch that have a place in the request.
     std::int64_t transactionsInRequest = 0;
     std::shared_ptr<NS::PersistentStoreCoordinator> coordinator;  // fixed at creation
@@ -103,7 +105,7 @@ struct VLKSyncController::Internals {
     // Batching.
     std::optional<std::string> requestEnvelope();
     static void dropBadTransaction(VLKTransactionMap& batch, const std::string& guid);
-    void changesAnswered(const NS::Dictionary& answer);
+    void changesAnswered(const NS::Dictionary& answer, std::uint64_t batch);
 
     // Cycle.
     void lockGranted(const NS::Dictionary& answer);
@@ -124,7 +126,8 @@ struct VLKSyncController::Internals {
     static std::optional<NS::Error> failureOf(const VLKChangeWriteOperation& operation);
     void recordSchemaSent();
     void takeHighestTransaction(const NS::Dictionary& answer);
-    void answerWritten(const NS::Dictionary& answer, std::uint32_t taskId);
+    void handleAnswer(const NS::Dictionary& answer, std::uint64_t batch);
+    void answerWritten(const NS::Dictionary& answer, std::uint64_t batch, std::uint32_t taskId);
     void compareHash(const std::string& remoteHash) const;
     void endInAgreement();
     void endUnableToCompare() const;

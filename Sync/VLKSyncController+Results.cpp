@@ -75,21 +75,25 @@ void VLKSyncController::downloadPage(std::int64_t page, NS::Dictionary download,
 // --- Writing an answer ---
 
 void VLKSyncController::handleCompletedChangesCommandWithResult(const NS::Dictionary& result) {
-    updateSyncStatusWithMessage("Saving changes...", samePercentage);
-    setSyncStatusMessageWithFormat("Saving changes...");
-    logMessage(400, "Received data from server: %@", result);
-    const std::uint32_t task = beginBackgroundOpWithHandler([this] { m_saveQueue->cancelAllOperations(); });
-    m_lastError.reset();
-    m_internals->takeRefreshInterval(result);
-    m_internals->write(
-        result,
+    m_internals->handleAnswer(result, m_internals->batchNumber);
+}
+
+void VLKSyncController::Internals::handleAnswer(const NS::Dictionary& answer, std::uint64_t batch) {
+    self.updateSyncStatusWithMessage("Saving changes...", samePercentage);
+    self.setSyncStatusMessageWithFormat("Saving changes...");
+    logMessage(400, "Received data from server: %@", answer);
+    const std::uint32_t task = self.beginBackgroundOpWithHandler([this] { self.m_saveQueue->cancelAllOperations(); });
+    self.m_lastError.reset();
+    takeRefreshInterval(answer);
+    write(
+        answer,
         [this](const VLKChangeWriteOperation& operation) {
-            setTotalObjectsToDownload(operation.totalDownloadCount());
-            setCurrentDownloadObjectNumber(totalObjectsToDownload() - operation.downloadCount());
+            self.setTotalObjectsToDownload(operation.totalDownloadCount());
+            self.setCurrentDownloadObjectNumber(self.totalObjectsToDownload() - operation.downloadCount());
         },
-        [this, result, task] { m_internals->answerWritten(result, task); },
-        [this](const NS::Error& error) { handleFailedChangesCommandWithError(error); });
-    m_internals->recordSchemaSent();
+        [this, answer, batch, task] { answerWritten(answer, batch, task); },
+        [this](const NS::Error& error) { self.handleFailedChangesCommandWithError(error); });
+    recordSchemaSent();
 }
 
 void VLKSyncController::Internals::write(const NS::Dictionary& answer,
@@ -150,10 +154,12 @@ void VLKSyncController::Internals::takeHighestTransaction(const NS::Dictionary& 
     if (highest && self.m_syncState) self.m_syncState->set(highestKey, std::move(highest));
 }
 
-void VLKSyncController::Internals::answerWritten(const NS::Dictionary& answer, std::uint32_t taskId) {
-    if (self.m_batch) self.changeReport([this](VLKCycleReport& report) { report.sent += transactionsInRequest; });
-    transactionsInRequest = 0;
-    self.m_batch.reset();
+void VLKSyncController::Internals::answerWritten(const NS::Dictionary& answer, std::uint64_t batch, std::uint32_t taskId) {
+    if (batch == batchNumber) {
+        if (self.m_batch) self.changeReport([this](VLKCycleReport& report) { report.sent += transactionsInRequest; });
+        transactionsInRequest = 0;
+        self.m_batch.reset();
+    }
     self.resetTimer();
     takeHighestTransaction(answer);
     saveAfterAnswer();

@@ -108,7 +108,8 @@ public:
     void createTransactionsForObjectsFromJSON(const NS::Array& guids);
 
     // --- Batching: pending changes become a request ---
-    /// Takes the next chunk and gives the request's JSON text; none when it cannot be written.
+    /// Takes the next chunk and gives the request's JSON text; none when it cannot be written. Raises when the store cannot be
+    /// read or a value that every request needs is missing; `resetBatch` then puts the chunk back.
     std::optional<std::string> batchCurrentChanges();
     void readyCurrentChunk();
     void removeBadTransactionsFromBatch(VLKTransactionMap& batch);

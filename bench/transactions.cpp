@@ -128,7 +128,7 @@ void loadBatch(benchmark::State& state) {
         const auto context = store.newContext();
         const VLKTransactionMap batch = fill(store, context, static_cast<std::size_t>(state.range(0)));
         state.ResumeTiming();
-        VLKBatchWriter::loadObjects(batch);
+        if (!VLKBatchWriter::loadObjects(batch)) std::abort();
     }
 }
 
@@ -136,7 +136,7 @@ void writeBatch(benchmark::State& state) {
     const Store store;
     const auto context = store.newContext();
     const VLKTransactionMap batch = fill(store, context, static_cast<std::size_t>(state.range(0)));
-    VLKBatchWriter::loadObjects(batch);
+    if (!VLKBatchWriter::loadObjects(batch)) std::abort();
     for (auto _ : state) benchmark::DoNotOptimize(write(batch));
 }
 
@@ -145,7 +145,7 @@ Dictionary answer(std::size_t count) {
     const Store store;
     const auto context = store.newContext();
     const VLKTransactionMap batch = fill(store, context, count);
-    VLKBatchWriter::loadObjects(batch);
+    if (!VLKBatchWriter::loadObjects(batch)) std::abort();
     const std::string text = write(batch);
     const auto transactions = CJSONDeserializer::deserializer().deserializeAsDictionary(std::string_view(text), nullptr);
     Array entries;

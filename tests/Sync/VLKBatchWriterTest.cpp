@@ -113,7 +113,7 @@ TEST_F(VLKBatchWriterTest, LoadingBringsObjectsUpToDateWithTheStore) {
     for (const char* guid : {"deleted", "gone"}) other->deleteObject(fetchObject(*other, "Note", guid));
     ASSERT_TRUE(other->save().ok());
 
-    VLKBatchWriter::loadObjects(batch);
+    ASSERT_TRUE(VLKBatchWriter::loadObjects(batch).ok());
     auto titleOf = [&](const char* guid) { return batch.find(guid)->second->obj()->valueForKey("title"); };
     EXPECT_EQ(titleOf("changed"), "new");
     EXPECT_EQ(titleOf("restored"), "new");
@@ -121,6 +121,26 @@ TEST_F(VLKBatchWriterTest, LoadingBringsObjectsUpToDateWithTheStore) {
     EXPECT_THAT(linked(batch.find("changed")->second->obj(), "tags"), ElementsAre("t1"));
     EXPECT_FALSE(batch.find("deleted")->second->obj());
     EXPECT_FALSE(batch.find("gone")->second->obj());
+}
+
+TEST_F(VLKBatchWriterTest, WhatCannotBeReadIsNotTakenForGone) {
+    const auto note = insertObject(*context, "Note", "n");
+    note->addDestination(*note->entity().relationshipNamed("tags"), insertObject(*context, "Tag", "t"));
+    ASSERT_TRUE(context->save().ok());
+    for (const char* table : {"e_Note", "e_Tag"}) {
+        for (const bool resolved : {false, true}) {
+            SCOPED_TRACE(testing::Message() << table << (resolved ? ", resolved" : ", not resolved"));
+            const auto own = store.newContext();
+            const auto transaction = VLKTransaction::transactionOfType("UPDATE_XACTION", "Note", "n", own);
+            if (resolved) transaction->setObj(fetchObject(*own, "Note", "n"));
+            batch.set("n", transaction);
+            store.renameTable(table, "away");
+            EXPECT_FALSE(VLKBatchWriter::loadObjects(batch).ok());
+            store.renameTable("away", table);
+            EXPECT_TRUE(VLKBatchWriter::loadObjects(batch).ok());
+            EXPECT_THAT(linked(transaction->obj(), "tags"), ElementsAre("t"));
+        }
+    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tests/support/NotesModel.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -71,6 +72,15 @@ NotesStore::NotesStore(const StoreOptions& options, std::shared_ptr<const Manage
     auto opened = PersistentStoreCoordinator::open(std::move(model), m_directory / "Notes.sqlite", options);
     assertThat(opened.ok(), opened.ok() ? "" : opened.error().description());
     m_coordinator = std::move(opened).value();
+}
+
+void NotesStore::renameTable(const std::string& from, const std::string& to) const {
+    sqlite3* raw = nullptr;
+    sqlite3_open((m_directory / "Notes.sqlite").c_str(), &raw);
+    const std::string sql = "PRAGMA legacy_alter_table=ON; ALTER TABLE \"" + from + "\" RENAME TO \"" + to + '"';
+    const int code = sqlite3_exec(raw, sql.c_str(), nullptr, nullptr, nullptr);
+    sqlite3_close(raw);
+    assertThat(code == SQLITE_OK, "A table could not be renamed.");
 }
 
 NotesStore::~NotesStore() {

@@ -38,6 +38,8 @@ public:
     std::shared_ptr<NS::ManagedObjectContext> newContext() const;
     const std::shared_ptr<NS::PersistentStoreCoordinator>& coordinator() const { return m_coordinator; }
     const std::filesystem::path& directory() const { return m_directory; }
+    /// Renames a table behind the coordinator's back: what needs it cannot be read until it has its name again.
+    void renameTable(const std::string& from, const std::string& to) const;
 
 private:
     std::filesystem::path m_directory;
