@@ -9,17 +9,16 @@ namespace velkor {
 /// service takes a repeat for what it is. So the writes of one cycle cost a few times the first one, not its square. Main thread.
 class VLKSavePacing {
 public:
-    /// A pending change came that the kept state does not hold.
+    /// A pending change came that neither the kept state nor the store's history holds.
     void changeFiled() noexcept { m_hasUnsavedChanges = true; }
     /// The state was kept with so many pending transactions.
     void saved(std::size_t pending) noexcept {
         m_savedPending = pending;
         m_hasUnsavedChanges = m_waiting = false;
     }
-    /// Whether the save after an answer may be left to a later one. `changesAreInHistory`: the store's history holds what was
-    /// filed.
-    bool wait(std::size_t pending, bool changesAreInHistory) noexcept {
-        m_waiting = (!m_hasUnsavedChanges || changesAreInHistory) && pending >= smallQueue && pending > m_savedPending / 4 * 3;
+    /// Whether the save after an answer may be left to a later one.
+    bool wait(std::size_t pending) noexcept {
+        m_waiting = !m_hasUnsavedChanges && pending >= smallQueue && pending > m_savedPending / 4 * 3;
         return m_waiting;
     }
     /// The kept state is older than what the service has acknowledged.

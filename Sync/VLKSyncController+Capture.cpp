@@ -187,17 +187,17 @@ void VLKSyncController::Internals::fileCapturedSave(const VLKCapturedSave& save,
 
 void VLKSyncController::Internals::fileTransaction(std::shared_ptr<VLKTransaction> transaction) {
     const std::string guid(transaction->objGuid().value_or(""));
+    const std::int64_t row = transaction->historySequence();
     const auto older = self.m_changes.find(guid);
     if (older == self.m_changes.end()) {
         self.m_changes.set(guid, std::move(transaction));
     } else {
-        // A change that history has brought already, in the state of a later save, stays.
-        const std::int64_t row = transaction->historySequence();
-        if (row > 0 && older->second->historySequence() > row) return;
+        // What stands for this row already, or in the state of a later save, stays.
+        if (row > 0 && older->second->historySequence() >= row) return;
         keepHistoryRow(*transaction, *older->second);
         older->second = std::move(transaction);
     }
-    savePacing.changeFiled();
+    if (!history || row == 0) savePacing.changeFiled();
 }
 
 // --- Operations on objects ---

@@ -63,7 +63,7 @@ bool VLKSyncController::Internals::keepState() {
 
 void VLKSyncController::load() {
     loadSyncState();
-    m_lastSync = m_syncState ? (*m_syncState)[lastSyncKey].asDate() : std::nullopt;
+    setLastSync(m_syncState ? (*m_syncState)[lastSyncKey].asDate() : std::nullopt);
     m_internals->takeInstanceId();
     if (const NS::Data* archive = m_syncState ? (*m_syncState)[queueKey].asData() : nullptr)
         m_internals->restorePendingChanges(*archive);
@@ -121,7 +121,7 @@ void VLKSyncController::Internals::keepStateAndHistoryToken() {
 }
 
 void VLKSyncController::Internals::saveAfterAnswer() {
-    if (!savePacing.wait(self.m_changes.size(), history != nullptr)) self.save();
+    if (!savePacing.wait(self.m_changes.size())) self.save();
 }
 
 // --- The store's history ---

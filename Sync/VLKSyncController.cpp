@@ -80,7 +80,6 @@ VLKSyncController::VLKSyncController(std::string serverURL, VLKContextCreator co
 
 VLKSyncController::~VLKSyncController() {
     Internals& internals = *m_internals;
-    internals.alive.reset();
     if (m_emailObservationToken) removeObserverWithBlockToken(*m_emailObservationToken);
     if (m_passwordObservationToken) removeObserverWithBlockToken(*m_passwordObservationToken);
     NS::NotificationCenter& center = NS::NotificationCenter::defaultCenter();
@@ -93,6 +92,7 @@ VLKSyncController::~VLKSyncController() {
     internals.questions.close();
     for (NS::OperationQueue* queue : {m_saveQueue.get(), m_readQueue.get(), m_hashingQueue.get()})
         queue->waitUntilAllOperationsAreFinished();
+    internals.alive.reset();  // not before: other threads read it to queue their blocks
     VLKMocCreator::dropSharedInstance();
     logMessage(200, "Sync engine deallocated.");
 }
