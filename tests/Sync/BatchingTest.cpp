@@ -73,6 +73,18 @@ TEST_F(BatchingTest, whatTheServiceCannotDoWithoutIsDemanded) {
     EXPECT_EQ(service.requestCount("/users/"), 0U);
 }
 
+TEST_F(BatchingTest, anUnreadableStoreLosesNoChange) {
+    addNotes(2);
+    store.renameTable("e_Note", "away");
+    sync();
+    EXPECT_TRUE(controller->lastError());
+    EXPECT_THAT(pending(), ElementsAre("n0 INSERT", "n1 INSERT"));
+    EXPECT_EQ(service.requestCount("/users/"), 0U);
+    store.renameTable("away", "e_Note");
+    sync();
+    EXPECT_THAT(keysOf(*changesRequest(0)["xactions"].asDictionary()), ElementsAre("n0", "n1"));
+}
+
 TEST_F(BatchingTest, chunksOfAHundred) {
     addNotes(250);
     controller->setEnableChunking(true);

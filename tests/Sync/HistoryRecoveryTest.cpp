@@ -231,6 +231,35 @@ TEST_F(HistoryRecoveryTest, aTransactionWithoutARowKeepsTheOneItReplaces) {
     EXPECT_EQ(controller->changes().find("n")->second->historySequence(), row);
 }
 
+TEST_F(HistoryRecoveryTest, whatStandsForARowAlreadyIsNotReplacedByIt) {
+    auto note = addNote("n");
+    save();
+    sync();
+    note->setValueForKey("edited", "title");
+    save();
+    controller->createTransactionsForObjectsFromJSON({"n"});
+    controller->save();
+    restart();
+    EXPECT_THAT(pending(), ElementsAre("n INSERT"));
+}
+
+TEST_F(HistoryRecoveryTest, whatHistoryDoesNotHoldIsKeptWithTheNextAnswer) {
+    controller->setEnableChunking(true);
+    for (int i = 0; i < 1500; ++i) addNote("n" + std::to_string(i));
+    save();
+    controller->save();
+    service.script(
+        "POST", "/users/7/transactions.json",
+        {FakeAnswer::json(R"({"SYNC_HASH":"IN_SYNC"})"), FakeAnswer::json(R"({"SYNC_HASH":"IN_SYNC"})").heldUntilReleased()});
+    controller->sendUpdates();
+    ASSERT_TRUE(service.awaitRequests(1, "/users/7/transactions.json"));
+    controller->addGenericObjectTransactionForKeyPath("refreshInterval", *controller, "prefs");
+    ASSERT_TRUE(service.awaitRequests(2, "/users/7/transactions.json"));
+    const auto guid = controller->guidForGenericObjectKeyPath("refreshInterval", "prefs");
+    restart();
+    EXPECT_TRUE(controller->changes().find(guid) != controller->changes().end());
+}
+
 // --- Death at every durable step ---
 
 #ifdef VELKOR_DURABLE_STEPS

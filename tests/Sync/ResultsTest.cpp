@@ -179,6 +179,27 @@ TEST_F(ResultsTest, aSaveMidCycleKeepsTheStateWhole) {
     EXPECT_THAT(pending(), IsEmpty());
 }
 
+TEST_F(ResultsTest, anAnswerAcknowledgesTheBatchOfItsOwnRequestOnly) {
+    service.script(
+        "POST", "/users/7/transactions.json",
+        {FakeAnswer::json(R"({"SYNC_HASH":"IN_SYNC"})").heldUntilReleased(), FakeAnswer::json("{}", 500).heldUntilReleased()});
+    controller->sendUpdates();
+    ASSERT_TRUE(service.awaitRequests(1, "/users/7/transactions.json"));
+    // The unlock of a login lets a second cycle begin beside the one that waits for its answer.
+    controller->loginWithEmailAddress(*controller->emailAddress(), *controller->userPassword(), nullptr);
+    ASSERT_TRUE(runUntil([this] { return !controller->syncInProgress(); }));
+    addNote("n");
+    save();
+    controller->sendUpdates();
+    ASSERT_TRUE(service.awaitRequests(2, "/users/7/transactions.json"));
+    service.release();
+    ASSERT_TRUE(runUntil([this] { return controller->lastSync().has_value(); }));
+    EXPECT_EQ(controller->cycleReport().sent, 0);
+    service.release();
+    ASSERT_TRUE(runUntil([this] { return controller->lastError().has_value(); }));
+    EXPECT_THAT(pending(), ElementsAre("n INSERT"));
+}
+
 TEST_F(ResultsTest, logsItsMessages) {
     const auto cycle = [this](const std::string& answer) {
         return [this, answer] {

@@ -105,7 +105,10 @@ TEST_F(StateTest, pendingChangesAndIdentitySurviveInTheStateFile) {
     controller.reset();
     controller = newController();
     EXPECT_NE(controller->instanceId(), identity);
+    bool told = false;
+    controller->addObserverForKeyPath("lastSync", [&](NS::Observable&, const NS::Dictionary&) { told = true; });
     controller->load();
+    EXPECT_TRUE(told);
     EXPECT_EQ(controller->instanceId(), identity);
     EXPECT_EQ(controller->lastSync(), NS::Date(1000));
     EXPECT_EQ((*controller->syncState())["host.key"], NS::Value("kept"));
