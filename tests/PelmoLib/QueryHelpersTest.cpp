@@ -24,7 +24,8 @@ protected:
     }
     std::vector<std::string> run(const FetchRequest& request) {
         std::vector<std::string> guids;
-        for (const auto& object : context->executeFetchRequest(request).value())
+        const auto found = context->executeFetchRequest(request);
+        for (const auto& object : found.value())
             guids.push_back(object->valueForKey("guid").stringOr(""));
         return guids;
     }
