@@ -269,21 +269,20 @@ TEST(ByteCountTest, countsInMultiplesOf1024) {
 
 TEST(SavePacingTest, aCycleOfManyChunksWritesTheQueueAFewTimes) {
     VLKSavePacing pacing;
-    EXPECT_FALSE(pacing.wait(99'900, false)) << "what was captured and never kept is kept at once";
+    EXPECT_FALSE(pacing.wait(99'900)) << "what was captured and never kept is kept at once";
     pacing.saved(99'900);
     std::size_t written = 0;
     for (std::size_t pending = 99'800; pending > 0; pending -= 100) {
-        if (pacing.wait(pending, false)) continue;
+        if (pacing.wait(pending)) continue;
         pacing.saved(pending);
         written += pending;
     }
     EXPECT_LT(written, 500'000U);
     pacing.saved(5000);
-    EXPECT_TRUE(pacing.wait(4900, false));
+    EXPECT_TRUE(pacing.wait(4900));
     pacing.changeFiled();
-    EXPECT_FALSE(pacing.wait(4800, false)) << "a new change does not wait";
-    EXPECT_TRUE(pacing.wait(4800, true)) << "unless the store's history holds it";
-    EXPECT_FALSE(pacing.wait(0, true)) << "an emptied queue is kept at once";
+    EXPECT_FALSE(pacing.wait(4800)) << "a new change does not wait";
+    EXPECT_FALSE(pacing.wait(0)) << "an emptied queue is kept at once";
 }
 
 TEST_F(StateTest, nothingIsCalledAfterTeardown) {
