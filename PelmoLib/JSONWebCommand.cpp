@@ -1,5 +1,8 @@
 #include "PelmoLib/JSONWebCommand.h"
 
+#include <algorithm>
+#include <type_traits>
+
 #include "PelmoLib/NSMutableURLRequest+Posts.h"
 #include "json/CJSONDeserializer.h"
 #include "json/CJSONSerializer.h"
@@ -13,10 +16,15 @@ namespace {
 
 constexpr std::int64_t successStatus = 200;
 
-/// The error that a reader gives for an answer that is no JSON object; one of ours when it gives none.
-NS::Error parseError(std::optional<NS::Error> error) {
-    if (error) return *error;
-    return NS::Error::withDescription(CJSONDeserializerErrorDomain, -1, "the answer is no JSON object");
+/// Room that is set aside at once for an answer of announced length; a longer one grows.
+constexpr std::int64_t largestReservation = 64 << 20;
+
+/// Calls the block if there is one; it may set the command's blocks anew.
+template <class... Args>
+void callBlock(const std::function<void(Args...)>& block, std::type_identity_t<Args>... args) {
+    if (!block) return;
+    const auto copy = block;
+    copy(args...);
 }
 
 }  // namespace
@@ -26,7 +34,8 @@ JSONWebCommand::JSONWebCommand(NS::URLRequest request) : m_request(std::move(req
 }
 
 JSONWebCommand::JSONWebCommand(std::string_view url, const NS::Dictionary& params)
-    : JSONWebCommand(postRequestForURLWithJSON(url, CJSONSerializer::serializer().serializeDictionary(params, nullptr).value_or(""))) {}
+    : JSONWebCommand(
+          postRequestForURLWithJSON(url, CJSONSerializer::serializer().serializeDictionary(params, nullptr).value_or(""))) {}
 
 JSONWebCommand::~JSONWebCommand() = default;
 
@@ -35,15 +44,15 @@ void JSONWebCommand::start() {
     const auto round = ++m_round;
     setStatus(CommandStatus::running);
     if (NS::RunLoop::main().isCurrentThread()) {
-        open(round);
+        open();
     } else {
         NS::RunLoop::main().post([command = self(), round] {
-            if (command->isCurrent(round)) command->open(round);
+            if (command->isCurrent(round)) command->open();
         });
     }
 }
 
-void JSONWebCommand::open(std::uint64_t) {
+void JSONWebCommand::open() {
     if (m_connection) m_connection->cancel();
     m_data = NS::Data();
     m_connection = std::make_shared<NS::URLConnection>(m_request, this);
@@ -53,94 +62,96 @@ void JSONWebCommand::open(std::uint64_t) {
 }
 
 void JSONWebCommand::cancel() {
-    if (!NS::RunLoop::main().isCurrentThread()) {
-        ++m_round;
-        NS::RunLoop::main().post([command = self()] { command->cancel(); });
-        return;
-    }
     ++m_round;
+    if (NS::RunLoop::main().isCurrentThread()) {
+        close();
+    } else {
+        NS::RunLoop::main().post([command = self()] { command->close(); });
+    }
+}
+
+void JSONWebCommand::close() {
     if (m_connection) m_connection->cancel();
     m_connection.reset();
     setStatus(CommandStatus::failed);
-    auto kept = std::move(m_keepAlive);
-    if (m_finallyBlock) m_finallyBlock();
+    const auto kept = std::move(m_keepAlive);
+    callBlock(m_finallyBlock);
 }
 
 void JSONWebCommand::connectionDidReceiveResponse(NS::URLConnection&, const NS::URLResponse& response) {
     m_statusCode = response.statusCode;
-    if (response.expectedContentLength > 0 && response.expectedContentLength < (64 << 20)) {
-        m_data.reserve(static_cast<std::size_t>(response.expectedContentLength));
-    }
+    const std::int64_t length = std::min(response.expectedContentLength, largestReservation);
+    if (length > 0) m_data.reserve(static_cast<std::size_t>(length));
 }
 
 void JSONWebCommand::connectionDidReceiveData(NS::URLConnection&, std::string_view bytes) { m_data.append(bytes); }
 
 void JSONWebCommand::connectionDidFinishLoading(NS::URLConnection&) {
-    const auto round = m_round.load();
-    auto kept = std::move(m_keepAlive);
+    const auto kept = std::move(m_keepAlive);
     setStatus(CommandStatus::failed);  // until the outcome is known
-    if (m_statusCode != successStatus) {
-        failWithStatus(round);
+    if (m_statusCode == successStatus) {
+        parse();
     } else {
-        parse(round);
+        failWithStatus();
     }
 }
 
 void JSONWebCommand::connectionDidFailWithError(NS::URLConnection&, const NS::Error& error) {
-    auto kept = std::move(m_keepAlive);
-    deliverError(error, m_round);
+    const auto kept = std::move(m_keepAlive);
+    deliverError(error);
 }
 
-void JSONWebCommand::failWithStatus(std::uint64_t round) {
+void JSONWebCommand::failWithStatus() {
     m_resultDict = dictionaryWithJSONData(m_data, nullptr);
-    NS::Dictionary userInfo{{NS::LocalizedDescriptionKey, NS::localizedStringForStatusCode(m_statusCode)}};
-    if (m_resultDict) userInfo = *m_resultDict;
-    deliverError(NS::Error(NS::NetworkErrorDomain, m_statusCode, userInfo), round);
+    deliverError({NS::NetworkErrorDomain, m_statusCode,
+                  m_resultDict ? *m_resultDict
+                               : NS::Dictionary{{NS::LocalizedDescriptionKey, NS::localizedStringForStatusCode(m_statusCode)}}});
 }
 
-void JSONWebCommand::parse(std::uint64_t round) {
-    m_parseOpQueue.addOperation([command = self(), data = m_data, round] {
+// The command moves from the parse queue to the main queue, so that its last owner lets go of it there.
+void JSONWebCommand::parse() {
+    m_parseOpQueue.addOperation([command = self(), data = m_data, round = m_round.load()]() mutable {
         std::optional<NS::Error> error;
         auto result = dictionaryWithJSONData(data, &error);
-        NS::OperationQueue::mainQueue().addOperation([command, result = std::move(result), error, round] {
-            if (!command->isCurrent(round)) return;
-            command->m_resultDict = result;
-            if (result) {
-                command->handleSuccessfulResult(*result, round);
-            } else {
-                command->deliverError(parseError(error), round);
-            }
-        });
+        NS::OperationQueue::mainQueue().addOperation(
+            [command = std::move(command), result = std::move(result), error = std::move(error), round] {
+                if (!command->isCurrent(round)) return;
+                command->m_resultDict = result;
+                if (result) {
+                    command->handleSuccessfulResult(*result);
+                } else {
+                    command->deliverError(*error);
+                }
+            });
     });
 }
 
-void JSONWebCommand::handleSuccessfulResult(const NS::Dictionary& result, std::uint64_t round) {
-    if (m_threadedCompletionBlock) return completeOnParseQueue(result, round);
-    auto kept = self();
-    if (m_completionBlock) m_completionBlock(result);
+void JSONWebCommand::handleSuccessfulResult(const NS::Dictionary& result) {
+    if (m_threadedCompletionBlock) return completeOnParseQueue(result);
+    const auto round = m_round.load();
+    callBlock(m_completionBlock, result);
     if (isCurrent(round) && m_delegate) m_delegate->webCommandCompletedWithResult(*this, result);
     if (isCurrent(round)) finishLoadingResult();
 }
 
-void JSONWebCommand::completeOnParseQueue(const NS::Dictionary& result, std::uint64_t round) {
-    m_parseOpQueue.addOperation([command = self(), result, round] {
-        if (!command->isCurrent(round)) return;
-        command->m_threadedCompletionBlock(result);
-        // The final block runs before the delegate hears of the success; the main queue keeps that order.
-        auto& mainQueue = NS::OperationQueue::mainQueue();
-        mainQueue.addOperation([command, round] {
-            if (command->isCurrent(round)) command->finishLoadingResult();
-        });
-        mainQueue.addOperation([command, result, round] {
-            if (command->isCurrent(round) && command->m_delegate) command->m_delegate->webCommandCompletedWithResult(*command, result);
+// The final block runs before the delegate hears of the success, and what that block adds to the main queue comes between them.
+void JSONWebCommand::completeOnParseQueue(const NS::Dictionary& result) {
+    m_parseOpQueue.addOperation([command = self(), block = m_threadedCompletionBlock, result, round = m_round.load()]() mutable {
+        if (command->isCurrent(round)) block(result);
+        NS::OperationQueue::mainQueue().addOperation([command = std::move(command), result = std::move(result), round] {
+            if (!command->isCurrent(round)) return;
+            command->finishLoadingResult();
+            NS::OperationQueue::mainQueue().addOperation([command, result, round] {
+                if (command->isCurrent(round) && command->m_delegate)
+                    command->m_delegate->webCommandCompletedWithResult(*command, result);
+            });
         });
     });
 }
 
-void JSONWebCommand::deliverError(const NS::Error& error, std::uint64_t round) {
-    if (!isCurrent(round)) return;
-    auto kept = self();
-    if (m_failureBlock) m_failureBlock(error);
+void JSONWebCommand::deliverError(const NS::Error& error) {
+    const auto round = m_round.load();
+    callBlock(m_failureBlock, error);
     if (isCurrent(round) && m_delegate) m_delegate->webCommandFailedWithError(*this, error);
     if (isCurrent(round)) finishLoadingResult();
 }
@@ -148,7 +159,7 @@ void JSONWebCommand::deliverError(const NS::Error& error, std::uint64_t round) {
 void JSONWebCommand::finishLoadingResult() {
     setStatus(CommandStatus::finished);
     m_connection.reset();
-    if (m_finallyBlock) m_finallyBlock();
+    callBlock(m_finallyBlock);
 }
 
 }  // namespace velkor

@@ -98,12 +98,13 @@ private:
     std::shared_ptr<JSONWebCommand> self() { return std::static_pointer_cast<JSONWebCommand>(shared_from_this()); }
     bool isCurrent(std::uint64_t round) const noexcept { return m_round == round; }
     void setStatus(const std::string_view& word) noexcept { m_commandStatus = &word; }
-    void open(std::uint64_t round);
-    void parse(std::uint64_t round);
-    void failWithStatus(std::uint64_t round);
-    void deliverError(const NS::Error& error, std::uint64_t round);
-    void handleSuccessfulResult(const NS::Dictionary& result, std::uint64_t round);
-    void completeOnParseQueue(const NS::Dictionary& result, std::uint64_t round);
+    void open();
+    void close();
+    void parse();
+    void failWithStatus();
+    void deliverError(const NS::Error& error);
+    void handleSuccessfulResult(const NS::Dictionary& result);
+    void completeOnParseQueue(const NS::Dictionary& result);
     void finishLoadingResult();
 
     NS::URLRequest m_request;

@@ -18,22 +18,54 @@ namespace {
 
 constexpr char foldASCII(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
 
-/// The folded text. Bytes that are no UTF-8 stay as they are.
+/// Reads a text's bytes folded. Bytes that are no UTF-8 come as they are.
+class FoldedBytes {
+public:
+    explicit FoldedBytes(std::string_view text) noexcept : m_at(text.data()), m_end(m_at + text.size()) {}
+
+    /// The next byte (0 to 255), or -1 at the end.
+    int next() noexcept {
+        if (m_read == m_count) {
+            if (m_at == m_end) return -1;
+            fold();
+        }
+        return static_cast<unsigned char>(m_folded[m_read++]);
+    }
+
+private:
+    void fold() noexcept {
+        const std::size_t length = NS::utf8CharacterLength(m_at, m_end);
+        m_read = 0;
+        m_count = 1;
+        if (length <= 1) {
+            m_folded[0] = foldASCII(*m_at++);
+            return;
+        }
+        const auto character = static_cast<UChar32>(NS::utf8Character(m_at, length));
+        m_count = NS::writeUTF8(m_folded, static_cast<char32_t>(u_foldCase(character, U_FOLD_CASE_DEFAULT))) - m_folded;
+        m_at += length;
+    }
+
+    const char* m_at;
+    const char* m_end;
+    char m_folded[4];
+    std::ptrdiff_t m_read = 0;
+    std::ptrdiff_t m_count = 0;
+};
+
 std::string folded(std::string_view text) {
     std::string out;
-    out.reserve(text.size());
-    const char* const end = text.data() + text.size();
-    for (const char* p = text.data(); p != end;) {
-        const std::size_t length = NS::utf8CharacterLength(p, end);
-        if (length <= 1) {
-            out.push_back(foldASCII(*p++));
-        } else {
-            NS::appendUTF8(
-                out, static_cast<char32_t>(u_foldCase(static_cast<UChar32>(NS::utf8Character(p, length)), U_FOLD_CASE_DEFAULT)));
-            p += length;
-        }
-    }
+    FoldedBytes bytes(text);
+    for (int byte = bytes.next(); byte >= 0; byte = bytes.next()) out.push_back(static_cast<char>(byte));
     return out;
+}
+
+std::strong_ordering compareFolded(std::string_view a, std::string_view b) noexcept {
+    FoldedBytes left(a), right(b);
+    while (true) {
+        const int x = left.next(), y = right.next();
+        if (x != y || x < 0) return x <=> y;
+    }
 }
 
 std::strong_ordering compareBytes(std::string_view a, std::string_view b) noexcept { return a.compare(b) <=> 0; }
@@ -149,7 +181,7 @@ std::strong_ordering compareGuids(std::string_view a, std::string_view b) {
     const std::size_t common = std::min(a.size(), b.size());
     for (std::size_t i = 0; i < common; ++i) {
         if (static_cast<unsigned char>(a[i] | b[i]) >= 0x80) {
-            const auto order = compareBytes(folded(a), folded(b));
+            const auto order = compareFolded(a.substr(i), b.substr(i));
             return order != 0 ? order : compareBytes(a, b);
         }
         if (a[i] == b[i]) continue;

@@ -6,22 +6,26 @@
 #include <memory>
 
 #include "PelmoLib/encodings/NSDate+Utils.h"
-#include "platform/persistence/Bundle.h"
 #include "platform/base/Format.h"
+#include "platform/persistence/Bundle.h"
 
 namespace velkor {
 
 namespace {
 
-std::string formatted(NS::Date date, const char16_t* pattern) {
-    UErrorCode status = U_ZERO_ERROR;
-    icu::SimpleDateFormat formatter(icu::UnicodeString(pattern), icu::Locale::getDefault(), status);
-    if (U_FAILURE(status)) return toISO8601(date);
+/// The date as the formatter writes it in the user's zone.
+std::string formatted(NS::Date date, icu::DateFormat& formatter) {
     formatter.adoptTimeZone(icu::TimeZone::detectHostTimeZone());
     icu::UnicodeString text;
     formatter.format(date.timeIntervalSince1970() * 1000, text);
     std::string utf8;
     return text.toUTF8String(utf8);
+}
+
+std::string formatted(NS::Date date, const char16_t* pattern) {
+    UErrorCode status = U_ZERO_ERROR;
+    icu::SimpleDateFormat formatter(icu::UnicodeString(pattern), icu::Locale::getDefault(), status);
+    return U_FAILURE(status) ? toISO8601(date) : formatted(date, formatter);
 }
 
 /// "Today", "Yesterday" or the weekday; none for a day that lies more than a week back.
@@ -43,6 +47,12 @@ std::string niceDescription(NS::Date date) {
 std::string niceDescriptionWithTime(NS::Date date) {
     const auto word = dayWord(date);
     return word ? NS::format("%@ @ %@", *word, formatted(date, u"h:mm a")) : formatted(date, u"MMM d, yyyy @ hh:mm");
+}
+
+std::string descriptionWithCurrentLocale(NS::Date date) {
+    const std::unique_ptr<icu::DateFormat> formatter(
+        icu::DateFormat::createDateTimeInstance(icu::DateFormat::kFull, icu::DateFormat::kFull));
+    return formatter ? formatted(date, *formatter) : toISO8601(date);
 }
 
 }  // namespace velkor

@@ -34,5 +34,7 @@ VELKOR_EXPORT std::optional<NS::Date> dateWithYYYYMMDDhhmmss(std::string_view te
 VELKOR_EXPORT std::string niceDescription(NS::Date date);
 /// The same with the time: "Today @ 3:15 PM", or "Mar 5, 2013 @ 03:15".
 VELKOR_EXPORT std::string niceDescriptionWithTime(NS::Date date);
+/// The date in full as the user's language writes it: "Tuesday, March 5, 2013 at 10:00:00 AM Central European Standard Time".
+VELKOR_EXPORT std::string descriptionWithCurrentLocale(NS::Date date);
 
 }  // namespace velkor

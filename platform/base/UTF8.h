@@ -56,6 +56,10 @@ inline std::size_t utf16Length(std::string_view text) noexcept {
     std::size_t count = 0;
     const char* end = text.data() + text.size();
     for (const char* p = text.data(); p != end;) {
+        const char* const ascii = p;
+        p = skipASCII(p, end);
+        count += static_cast<std::size_t>(p - ascii);
+        if (p == end) break;
         const std::size_t length = utf8CharacterLength(p, end);
         count += length == 4 ? 2 : 1;
         p += length == 0 ? 1 : length;

@@ -1,0 +1,72 @@
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+
+#include "PelmoLib/encodings/NSString+URLEncode.h"
+#include "PelmoLib/encodings/NSString+UUID.h"
+
+namespace velkor {
+namespace {
+
+TEST(NSStringUUIDTest, makesRandomUUIDsInCanonicalForm) {
+    const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    std::set<std::string> seen;
+    for (int i = 0; i < 1000; ++i) {
+        const std::string uuid = stringWithUUID();
+        EXPECT_TRUE(std::regex_match(uuid, form)) << uuid;
+        EXPECT_TRUE(seen.insert(uuid).second);
+    }
+}
+
+TEST(NSStringUUIDTest, countsGedcomIds) {
+    EXPECT_EQ(stringWithGedcomId(), "0");
+    EXPECT_EQ(stringWithGedcomId(), "1");
+}
+
+TEST(NSStringURLEncodeTest, escapesThePairsOneAfterTheOther) {
+    // The plain reading of the rule: 25 replacements over the whole text, "%" last.
+    constexpr std::pair<std::string_view, std::string_view> pairs[] = {
+        {";", "%3B"}, {"/", "%2F"}, {"?", "%3F"}, {":", "%3A"}, {"@", "%40"}, {"&", "%26"}, {"=", "%3D"},
+        {"+", "%2B"}, {"$", "%24"}, {",", "%2C"}, {"[", "%5B"}, {"]", "%5D"}, {"#", "%23"}, {"!", "%21"},
+        {"'", "%27"}, {"(", "%28"}, {")", "%29"}, {"*", "%2A"}, {" ", "%20"}, {"^", "%5E"}, {"~", "%7E"},
+        {"`", "%60"}, {"<", "%3C"}, {">", "%3E"}, {"%", "%25"}};
+    const auto replaced = [&](std::string text, bool encode) {
+        for (const auto& [character, escape] : pairs) {
+            const auto from = encode ? character : escape, to = encode ? escape : character;
+            for (std::size_t at = 0; (at = text.find(from, at)) != text.npos; at += to.size()) text.replace(at, from.size(), to);
+        }
+        return text;
+    };
+    std::string everything;
+    for (int byte = 1; byte < 256; ++byte) everything += static_cast<char>(byte);
+    for (const std::string& text :
+         {everything, std::string("a b"), std::string("100%"), std::string("%253B%3B%3b%3"), std::string("%%3A%2%25"),
+          std::string("%25%32%35 ä%C3%A4%00"), std::string("%252525"), std::string("%"), std::string()}) {
+        EXPECT_EQ(urlEncode(text), replaced(text, true)) << text;
+        EXPECT_EQ(urlDecode(text), replaced(text, false)) << text;
+        EXPECT_EQ(urlDecode(urlEncode(text)), replaced(replaced(text, true), false)) << text;
+    }
+    EXPECT_EQ(urlEncode(" "), "%2520");
+}
+
+TEST(NSStringURLEncodeTest, escapesSimply) {
+    const struct {
+        std::string_view text, escaped;
+    } cases[] = {
+        {"azAZ09-_.!~*'();/?:@&=+$,", "azAZ09-_.!~*'();/?:@&=+$,"},
+        {" \"#%<>[]^`{|}\\\x7F", "%20%22%23%25%3C%3E%5B%5D%5E%60%7B%7C%7D%5C%7F"},
+        {"ä€😀", "%C3%A4%E2%82%AC%F0%9F%98%80"},
+        {"\n", "%0A"},
+    };
+    for (const auto& [text, escaped] : cases) {
+        EXPECT_EQ(simpleUrlEncode(text), escaped);
+        EXPECT_EQ(simpleUrlDecode(escaped), text);
+    }
+    EXPECT_EQ(simpleUrlDecode("%c3%a4+"), "ä+");
+    for (const std::string_view bad : {"%", "%4", "%4G", "%G4", "a%%41", "%C3", "%FF"})
+        EXPECT_EQ(simpleUrlDecode(bad), std::nullopt) << bad;
+}
+
+}  // namespace
+}  // namespace velkor
