@@ -1,4 +1,4 @@
-// The bytes of a keyed archive. Internal; docs/formats.md describes them for readers.
+// The bytes of a keyed archive. Internal.
 //
 //   archive  = "VKARCHIV" version:u32 length:u64 body crc:u32      (little endian; the CRC-32 covers everything before it)
 //   body     = value
