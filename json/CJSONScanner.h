@@ -64,11 +64,13 @@ public:
     NS::Error error() const;
     static NS::Error errorFor(Fault fault, std::size_t location);
 
-private:
+protected:
     bool fail(Fault fault) noexcept {
         m_fault = fault;
         return false;
     }
+
+private:
     bool scanValue(NS::Value& value, Fault unknown);
     bool scanMember();
     bool scanKey(NS::SharedText& key);

@@ -15,6 +15,7 @@ BatchIntake::BatchIntake(Connection& connection, Partition& partition, Instance&
 }
 
 void BatchIntake::take(std::vector<IncomingTransaction>& transactions, std::int64_t highest) {
+    if (transactions.empty()) return;
     const Sender sender{m_instance.id, highest, m_instance.highestOfOthers(m_connection, m_partition.id) <= highest};
     m_graph.actFor(sender);
     m_taken.clear();
@@ -37,27 +38,28 @@ void BatchIntake::store() {
 
 bool BatchIntake::isRepeat(const IncomingTransaction& transaction, const ObjectRow& row, const Sender& sender) {
     if (row.number == 0) return false;
+    m_wireForm.clear();
+    transaction.appendWireForm(m_wireForm);
     if (row.instance == sender.instance) {
         // A sender that knows of links that are not in its lists, and sends the lists again, wants them.
-        return row.body == transaction.body && (sender.highest < row.number || !row.state.computed);
+        return row.body() == m_wireForm && (sender.highest < row.number || !row.state.computed);
     }
     if (sender.alone || sender.highest >= row.number) return false;
-    return isKeptFingerprint(m_connection, m_objects.rowId(row.object), sender.instance, transaction.body);
+    return isKeptFingerprint(m_connection, m_objects.rowId(row.object), sender.instance, m_wireForm);
 }
 
 void BatchIntake::takeObjects(std::vector<IncomingTransaction>& transactions, const Sender& sender) {
     for (IncomingTransaction& transaction : transactions) {
-        ObjectRow& row = m_objects.row(m_directory.obtain(transaction.guid, m_partition.nextObject));
+        ObjectRow& row = m_objects.row(m_directory.obtain(transaction.guid(), m_partition.nextObject));
         if (isRepeat(transaction, row, sender)) continue;
         if (row.number > 0 && row.instance != sender.instance && row.instance != 0) {
-            keepFingerprint(m_connection, m_objects.rowId(row.object), row.instance, row.body);
+            keepFingerprint(m_connection, m_objects.rowId(row.object), row.instance, row.body());
         }
         row.number = row.touched = ++m_partition.highest;
         row.instance = sender.instance;
-        row.state = {.kind = transaction.kind};
-        row.body = std::move(transaction.body);
-        row.changed = true;
+        row.state = {.kind = transaction.kind()};
         row.source = &transaction;
+        row.changed = true;
         m_directory.setKind(row.object, row.state.kind);
         m_taken.push_back({&transaction, &row});
     }
@@ -66,14 +68,14 @@ void BatchIntake::takeObjects(std::vector<IncomingTransaction>& transactions, co
 
 void BatchIntake::learnRelations() {
     for (const Taken& taken : m_taken) {
-        for (const auto& relationship : taken.transaction->relationships) {
-            m_relations.learn(m_connection, taken.transaction->className, relationship.name, relationship.destination,
+        for (const auto& relationship : taken.transaction->relationships()) {
+            m_relations.learn(m_connection, taken.transaction->className(), relationship.name, relationship.destination,
                               relationship.toMany);
         }
     }
     for (const Taken& taken : m_taken) {
-        for (auto& relationship : taken.transaction->relationships) {
-            relationship.end = m_relations.end(taken.transaction->className, relationship.name, relationship.destination);
+        for (auto& relationship : taken.transaction->relationships()) {
+            relationship.end = m_relations.end(taken.transaction->className(), relationship.name, relationship.destination);
             if (!relationship.end.kept) continue;
             relationship.destinations.reserve(relationship.guids.size());
             for (const auto guid : relationship.guids) {
@@ -88,14 +90,14 @@ void BatchIntake::takeLinks() {
         if (row->state.kind == ObjectKind::deleted) m_graph.removeLinks(row->object, row->number);
     }
     for (const auto& [transaction, row] : m_taken) {
-        for (const auto& relationship : transaction->relationships) {
+        for (const auto& relationship : transaction->relationships()) {
             if (!relationship.end.kept || !relationship.toMany) continue;
             m_graph.setList(row->object, relationship.end, relationship.destinations, row->number);
         }
     }
     // Last, because a to-one that names a destination always holds.
     for (const auto& [transaction, row] : m_taken) {
-        for (const auto& relationship : transaction->relationships) {
+        for (const auto& relationship : transaction->relationships()) {
             if (!relationship.end.kept || relationship.toMany || relationship.destinations.empty()) continue;
             m_graph.setDestination(row->object, relationship.end, relationship.destinations.front(), row->number);
         }
@@ -105,7 +107,7 @@ void BatchIntake::takeLinks() {
 void BatchIntake::judgeLists(bool alone) {
     for (const auto& [transaction, row] : m_taken) {
         bool agrees = true;
-        for (const auto& relationship : transaction->relationships) {
+        for (const auto& relationship : transaction->relationships()) {
             if (!relationship.end.paired || !agrees) continue;
             agrees = m_graph.agrees(row->object, relationship.end, relationship.destinations);
         }

@@ -19,7 +19,7 @@ public:
     /// The references live longer. The directory is current, and ahead of the database from here on.
     BatchIntake(Connection& connection, Partition& partition, Instance& instance, GuidDirectory& directory);
 
-    /// Takes a batch in, objects first, then links. `highest` is the sender's HIGHEST_XACTION.
+    /// Takes a batch in, objects first, then links. The batch lives until `store`; `highest` is the sender's HIGHEST_XACTION.
     void take(std::vector<IncomingTransaction>& transactions, std::int64_t highest);
     /// Writes what was taken in; nothing is taken afterwards.
     void store();
@@ -45,6 +45,7 @@ private:
         ObjectRow* row;
     };
     std::vector<Taken> m_taken;  // of the batch at hand; each object once
+    std::string m_wireForm;      // of the transaction at hand
     bool m_tookAny = false;
 };
 

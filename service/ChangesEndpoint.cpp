@@ -24,7 +24,6 @@ constexpr Sql dropAllRolled{"DELETE FROM rolled WHERE instance = :instance", "i:
 Response ChangesEndpoint::handle(const User& user, Body& body) {
     auto request = ChangesRequest::read(body.view());
     if (!request) return Response::error(400, "The request is no changes request.");
-    body.clear();
     return m_database.write([&](Connection& connection) { return exchange(connection, user, *request); },
                             [&] {
                                 if (m_written) m_written->markCurrent(m_writtenState);
@@ -54,7 +53,9 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
             partition.provisionalAbove = partition.highest;
             partition.provisionalObject = partition.nextObject;
             BatchIntake intake(connection, partition, instance, directory);
-            if (mayReinstate) reinstate(connection, intake, partition, instance, request);
+            Reinstated reinstated;
+            if (mayReinstate) collectRolled(connection, partition, instance, request, reinstated);
+            intake.take(reinstated.transactions, instance.batchHighest);
             intake.take(request.transactions(), highest);
             intake.store();
             if (intake.tookAny()) {
@@ -70,21 +71,22 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
     return Response::json(answer(connection, partition, instance, request, highest));
 }
 
-void ChangesEndpoint::reinstate(Connection& connection, BatchIntake& intake, const Partition& partition, const Instance& instance,
-                                const ChangesRequest& request) {
-    for (const auto& transaction : request.transactions()) connection.run(dropRolled, instance.id, transaction.guid);
+void ChangesEndpoint::collectRolled(Connection& connection, const Partition& partition, const Instance& instance,
+                                    const ChangesRequest& request, Reinstated& reinstated) {
+    for (const auto& transaction : request.transactions()) connection.run(dropRolled, instance.id, transaction.guid());
     if (request.isMultiPart()) return;
     // What never came again had been acknowledged. Where somebody else has written since, that holds, as it would have.
-    std::pmr::monotonic_buffer_resource arena;
-    std::vector<IncomingTransaction> transactions;
     {
         auto rows = connection.query(readRolled, partition.id, instance.id);
         while (rows.next()) {
-            if (auto transaction = readStoredTransaction(rows.text(0), arena)) transactions.push_back(*std::move(transaction));
+            const std::string& body = reinstated.bodies.emplace_back(rows.text(0));
+            auto transaction = IncomingTransaction::fromStored(body, reinstated.cursors.emplace_back(body));
+            if (!transaction) continue;
+            transaction->readRelationships(reinstated.arena);
+            reinstated.transactions.push_back(*std::move(transaction));
         }
     }
     connection.run(dropAllRolled, instance.id);
-    intake.take(transactions, instance.batchHighest);
 }
 
 std::string ChangesEndpoint::answer(Connection& connection, const Partition& partition, const Instance& instance,

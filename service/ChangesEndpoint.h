@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
+#include <memory_resource>
 #include <string>
 #include <string_view>
 
@@ -21,9 +23,15 @@ public:
 
 private:
     Response exchange(Connection& connection, const User& user, ChangesRequest& request);
-    /// Takes in what was rolled back and never came again.
-    void reinstate(Connection& connection, BatchIntake& intake, const Partition& partition, const Instance& instance,
-                   const ChangesRequest& request);
+    /// Transactions that were rolled back and never came again, with all that they refer to.
+    struct Reinstated {
+        std::deque<std::string> bodies;
+        std::deque<JSONCursor> cursors;
+        std::pmr::monotonic_buffer_resource arena;
+        std::vector<IncomingTransaction> transactions;
+    };
+    static void collectRolled(Connection& connection, const Partition& partition, const Instance& instance,
+                              const ChangesRequest& request, Reinstated& reinstated);
     std::string answer(Connection& connection, const Partition& partition, const Instance& instance,
                        const ChangesRequest& request, std::int64_t highest) const;
 

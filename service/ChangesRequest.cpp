@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "PelmoLib/encodings/VLKLog.h"
-#include "json/CJSONDeserializer.h"
 
 namespace velkor::service {
 namespace {
@@ -17,21 +16,45 @@ bool isIdentifier(std::string_view text) { return text.size() <= longestName && 
 }  // namespace
 
 std::optional<ChangesRequest> ChangesRequest::read(std::string_view json) {
-    auto envelope = CJSONDeserializer::deserializer().deserializeAsDictionary(json, nullptr);
-    if (!envelope) return std::nullopt;
-    ChangesRequest request;
-    request.m_envelope = *std::move(envelope);
-    if (!request.readEnvelope()) return std::nullopt;
-    request.readTransactions();
+    ChangesRequest request(json);
+    if (!request.readMembers() || !request.takeEnvelope()) return std::nullopt;
+    request.readRelationships();
     return request;
 }
 
-bool ChangesRequest::readEnvelope() {
+bool ChangesRequest::readMembers() {
+    std::string_view key;
+    for (m_cursor->enterObject(); m_cursor->nextMember(key);) {
+        if (key == "xactions") {
+            if (!readTransactions()) return false;
+            continue;
+        }
+        NS::Value value;
+        if (!m_cursor->value(value)) return false;
+        m_envelope.set(key, std::move(value));
+    }
+    return m_cursor->end();
+}
+
+bool ChangesRequest::readTransactions() {
+    m_transactions.clear();
+    std::string_view key;
+    if (!m_cursor->enterObject()) return false;
+    while (m_cursor->nextMember(key)) {
+        IncomingTransaction& transaction = m_transactions.emplace_back();
+        if (!transaction.read(*m_cursor)) return false;
+        if (transaction.isUsable()) continue;
+        m_transactions.pop_back();
+        VLKLog::sharedInstance().logMessageAtLevel(100, "Skipped a transaction without a usable guid, class or type.");
+    }
+    return m_cursor->ok();
+}
+
+bool ChangesRequest::takeEnvelope() {
     const auto app = m_envelope["app_id"].asString(), instance = m_envelope["instance_id"].asString();
     if (!instance || instance->empty() || !isIdentifier(*instance) || (app && !isIdentifier(*app))) return false;
     const NS::Value* highest = m_envelope.find("HIGHEST_XACTION");
     if (highest && !highest->asInteger()) return false;
-    if (m_envelope.contains("xactions") && !m_envelope["xactions"].asDictionary()) return false;
     m_app = app.value_or(missingAppId);
     m_instance = *instance;
     m_highest = highest ? *highest->asInteger() : -1;
@@ -39,38 +62,20 @@ bool ChangesRequest::readEnvelope() {
     return true;
 }
 
-void ChangesRequest::readTransactions() {
-    const NS::Dictionary* members = m_envelope["xactions"].asDictionary();
-    if (!members || members->empty()) return;
-    const std::size_t count = members->size();
-    const std::size_t threads = std::clamp<std::size_t>(
-        std::min<std::size_t>(count / transactionsPerThread, std::thread::hardware_concurrency()), 1, mostThreads);
-    std::vector<std::optional<IncomingTransaction>> read(count);
+void ChangesRequest::readRelationships() {
+    const std::size_t count = m_transactions.size();
+    const std::size_t wanted =
+        std::min<std::size_t>({count / transactionsPerThread, std::thread::hardware_concurrency(), mostThreads});
+    const std::size_t threads = std::max<std::size_t>(wanted, 1);
     for (std::size_t i = 0; i < threads; ++i) m_arenas.push_back(std::make_unique<std::pmr::monotonic_buffer_resource>());
     auto readShare = [&](std::size_t share) {
         for (std::size_t i = count * share / threads; i < count * (share + 1) / threads; ++i) {
-            if (const NS::Dictionary* member = members->begin()[i].value().asDictionary()) {
-                read[i] = readTransaction(*member, *m_arenas[share]);
-            } else {
-                VLKLog::sharedInstance().logMessageAtLevel(100, "Skipped a transaction that is no object.");
-            }
+            m_transactions[i].readRelationships(*m_arenas[share]);
         }
     };
-    {
-        std::vector<std::jthread> helpers;
-        for (std::size_t share = 1; share < threads; ++share) helpers.emplace_back(readShare, share);
-        readShare(0);
-    }
-    m_transactions.reserve(count);
-    for (auto& transaction : read) {
-        if (transaction) m_transactions.push_back(*std::move(transaction));
-    }
+    std::vector<std::jthread> helpers;
+    for (std::size_t share = 1; share < threads; ++share) helpers.emplace_back(readShare, share);
+    readShare(0);
 }
-
-std::string_view ChangesRequest::modelVersion() const {
-    return m_envelope["model_version"].asString().value_or(std::string_view());
-}
-
-std::optional<std::string_view> ChangesRequest::schema() const { return m_envelope["schema"].asString(); }
 
 }  // namespace velkor::service

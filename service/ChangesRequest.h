@@ -13,7 +13,8 @@
 
 namespace velkor::service {
 
-/// A changes request, read without the database: large ones by several threads.
+/// A changes request, read without the database: large ones by several threads. It refers to the request's text, which lives as
+/// long.
 class ChangesRequest {
 public:
     /// None for a text that is no changes request.
@@ -24,19 +25,22 @@ public:
     /// HIGHEST_XACTION as the client sent it.
     std::int64_t highest() const { return m_highest; }
     bool isMultiPart() const { return m_multiPart; }
-    std::string_view modelVersion() const;
+    std::string_view modelVersion() const { return m_envelope["model_version"].asString().value_or(std::string_view()); }
     /// The schema's JSON text, when the request carries it.
-    std::optional<std::string_view> schema() const;
+    std::optional<std::string_view> schema() const { return m_envelope["schema"].asString(); }
 
     std::vector<IncomingTransaction>& transactions() { return m_transactions; }
     const std::vector<IncomingTransaction>& transactions() const { return m_transactions; }
 
 private:
-    ChangesRequest() = default;
-    bool readEnvelope();
-    void readTransactions();
+    explicit ChangesRequest(std::string_view json) : m_cursor(std::make_unique<JSONCursor>(json)) {}
+    bool readMembers();
+    bool readTransactions();
+    bool takeEnvelope();
+    void readRelationships();
 
-    NS::Dictionary m_envelope;  // owns the texts that the transactions refer to
+    std::unique_ptr<JSONCursor> m_cursor;  // keeps texts that had escapes
+    NS::Dictionary m_envelope;             // all but the transactions
     std::string m_app, m_instance;
     std::int64_t m_highest = -1;
     bool m_multiPart = false;

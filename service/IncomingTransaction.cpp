@@ -1,9 +1,9 @@
 #include "service/IncomingTransaction.h"
 
+#include <new>
+
 #include "PelmoLib/encodings/NSData+Compression.h"
 #include "PelmoLib/encodings/NSData_Base64.h"
-#include "PelmoLib/encodings/VLKLog.h"
-#include "json/CJSONDeserializer.h"
 #include "json/JSONWriter.h"
 
 namespace velkor::service {
@@ -13,24 +13,18 @@ constexpr std::string_view genericObject = "GENERIC_OBJECT";
 
 bool isName(std::string_view text) { return !text.empty() && text.size() <= longestName && text.find('\0') == text.npos; }
 
-std::string_view textOf(const NS::Dictionary& dictionary, std::string_view key) {
-    return dictionary[key].asString().value_or(std::string_view());
-}
-
-/// What a client may send; an expiry is the service's own.
-ObjectKind kindOf(std::string_view type) {
-    if (type == "INSERT_XACTION") return ObjectKind::inserted;
-    if (type == "UPDATE_XACTION") return ObjectKind::updated;
-    if (type == "DELETE_XACTION") return ObjectKind::deleted;
-    return ObjectKind::unknown;
-}
-
-std::optional<NS::Dictionary> decodePayload(std::string_view payload) {
+/// The object JSON of a payload; empty when it does not decode. Valid until the thread's next call.
+std::string_view decodedPayload(std::string_view payload) {
     thread_local std::string packed, json;
     packed.clear();
     json.clear();
-    if (!appendBase64Decoding(packed, payload) || !appendZlibInflate(json, packed)) return std::nullopt;
-    return CJSONDeserializer::deserializer().deserializeAsDictionary(json, nullptr);
+    if (!appendBase64Decoding(packed, payload) || !appendZlibInflate(json, packed)) return {};
+    return json;
+}
+
+/// The payload without its wrapping characters.
+std::string_view unwrapped(std::string_view payload) {
+    return payload.size() < 2 ? std::string_view() : payload.substr(1, payload.size() - 2);
 }
 
 std::string_view copied(std::string_view text, std::pmr::memory_resource& arena) {
@@ -39,106 +33,171 @@ std::string_view copied(std::string_view text, std::pmr::memory_resource& arena)
     return {bytes, text.size()};
 }
 
-void readRelationships(const NS::Dictionary& object, IncomingTransaction& transaction, std::pmr::memory_resource& arena) {
-    const NS::Dictionary* relationships = object["relationships"].asDictionary();
-    if (!relationships) return;
-    transaction.relationships.reserve(relationships->size());
-    for (const auto& entry : *relationships) {
-        const NS::Dictionary* description = entry.value().asDictionary();
-        if (!description || !isName(entry.key()) || !isName(textOf(*description, "destination_type"))) continue;
-        RelationshipText relationship{copied(entry.key(), arena),
-                                      copied(textOf(*description, "destination_type"), arena),
-                                      (*description)["to_many"].asBoolean().value_or(false),
-                                      std::pmr::vector<std::string_view>(&arena),
-                                      RelationEnd(),
-                                      std::pmr::vector<std::uint32_t>(&arena)};
-        if (!relationship.toMany) {
-            const auto guid = textOf(*description, "destination_object");
-            if (isName(guid)) relationship.guids.push_back(copied(guid, arena));
-        } else if (const NS::Array* guids = (*description)["destination_objects"].asArray()) {
-            relationship.guids.reserve(guids->size());
-            for (const NS::Value& guid : *guids) {
-                if (const auto text = guid.asString(); text && isName(*text)) relationship.guids.push_back(copied(*text, arena));
-            }
-        }
-        transaction.relationships.push_back(std::move(relationship));
+/// Reads a string; steps over any other value and gives none.
+std::optional<std::string_view> stringOrNone(JSONCursor& cursor) {
+    std::string_view text;
+    if (cursor.peek() == '"') return cursor.string(text) ? std::optional(text) : std::nullopt;
+    cursor.skip();
+    return std::nullopt;
+}
+
+void readGuids(JSONCursor& cursor, std::pmr::vector<std::string_view>& guids, std::pmr::memory_resource& arena) {
+    if (cursor.peek() != '[') {
+        cursor.skip();
+        return;
+    }
+    for (cursor.enterArray(); cursor.nextElement();) {
+        if (const auto guid = stringOrNone(cursor); guid && isName(*guid)) guids.push_back(copied(*guid, arena));
     }
 }
 
-/// The wire form for other clients; the payload gets one wrapping character at each end.
-std::string wireForm(const NS::Dictionary& member, std::string_view payload, bool wrapped) {
-    std::string body;
-    body.reserve(payload.size() + 256);
-    JSONWriter writer(body);
-    writer.beginObject();
-    for (std::string_view key : {"xaction_time", "xaction_type", "xaction_object_type", "xaction_object_guid"}) {
-        const auto text = member[key].asString();
-        if (!text) continue;
-        writer.key(key);
-        writer.string(*text);
-    }
-    if (textOf(member, "xaction_type") != "DELETE_XACTION") {
-        writer.key("xaction_object");
-        thread_local std::string wrapping;
-        wrapping.clear();
-        if (!wrapped) wrapping += '<';
-        wrapping += payload;
-        if (!wrapped) wrapping += '>';
-        writer.string(wrapping);
-    }
-    writer.endObject();
-    return body;
-}
-
-std::optional<IncomingTransaction> read(const NS::Dictionary& member, bool wrapped, std::pmr::memory_resource& arena) {
-    IncomingTransaction transaction{kindOf(textOf(member, "xaction_type")),
-                                    textOf(member, "xaction_object_guid"),
-                                    textOf(member, "xaction_object_type"),
-                                    {},
-                                    std::pmr::vector<RelationshipText>(&arena)};
-    if (transaction.kind == ObjectKind::unknown || !isName(transaction.guid) || !isName(transaction.className) ||
-        transaction.className == genericObject || textOf(member, "xaction_time").find('\0') != std::string_view::npos) {
+std::optional<RelationshipText> readRelationship(std::string_view name, JSONCursor& cursor, std::pmr::memory_resource& arena) {
+    RelationshipText relationship{
+        copied(name, arena), {}, false, std::pmr::vector<std::string_view>(&arena), {}, std::pmr::vector<std::uint32_t>(&arena)};
+    if (cursor.peek() != '{') {
+        cursor.skip();
         return std::nullopt;
     }
-    std::string_view payload = textOf(member, "xaction_object");
-    if (payload.find('\0') != payload.npos) return std::nullopt;
-    transaction.body = wireForm(member, payload, wrapped);
-    if (transaction.kind == ObjectKind::deleted) return transaction;
-    if (wrapped && payload.size() >= 2) payload = payload.substr(1, payload.size() - 2);
-    if (const auto object = decodePayload(payload)) readRelationships(*object, transaction, arena);
-    return transaction;
+    std::pmr::vector<std::string_view> list(&arena);
+    std::string_view destination, single;
+    std::string_view key;
+    for (cursor.enterObject(); cursor.nextMember(key);) {
+        if (key == "destination_type") {
+            destination = stringOrNone(cursor).value_or(std::string_view());
+        } else if (key == "to_many") {
+            relationship.toMany = cursor.peek() == 't';
+            cursor.skip();
+        } else if (key == "destination_object") {
+            single = stringOrNone(cursor).value_or(std::string_view());
+        } else if (key == "destination_objects") {
+            readGuids(cursor, list, arena);
+        } else {
+            cursor.skip();
+        }
+    }
+    if (!cursor.ok() || !isName(name) || !isName(destination)) return std::nullopt;
+    relationship.destination = copied(destination, arena);
+    if (relationship.toMany) {
+        relationship.guids = std::move(list);
+    } else if (isName(single)) {
+        relationship.guids.push_back(copied(single, arena));
+    }
+    return relationship;
 }
 
 }  // namespace
 
-std::optional<IncomingTransaction> readTransaction(const NS::Dictionary& member, std::pmr::memory_resource& arena) {
-    auto transaction = read(member, false, arena);
-    if (!transaction)
-        VLKLog::sharedInstance().logMessageAtLevel(100, "Skipped a transaction without a usable guid, class or type.");
+bool IncomingTransaction::read(JSONCursor& cursor) {
+    if (cursor.peek() != '{') return cursor.skip();
+    std::string_view key;
+    for (cursor.enterObject(); cursor.nextMember(key);) {
+        if (key == "xaction_time") {
+            m_time = stringOrNone(cursor);
+            continue;
+        }
+        std::string_view* place = key == "xaction_type"          ? &m_type
+                                  : key == "xaction_object_type" ? &m_className
+                                  : key == "xaction_object_guid" ? &m_guid
+                                  : key == "xaction_object"      ? &m_payload
+                                                                 : nullptr;
+        if (place) {
+            *place = stringOrNone(cursor).value_or(std::string_view());
+        } else {
+            cursor.skip();
+        }
+    }
+    return cursor.ok();
+}
+
+std::optional<IncomingTransaction> IncomingTransaction::fromStored(std::string_view body, JSONCursor& cursor) {
+    IncomingTransaction transaction;
+    if (!transaction.read(cursor) || !transaction.isUsable()) return std::nullopt;
+    transaction.m_payload = unwrapped(transaction.m_payload);
+    transaction.m_wireForm = body;
     return transaction;
 }
 
-std::optional<IncomingTransaction> readStoredTransaction(std::string_view body, std::pmr::memory_resource& arena) {
-    // The caller's text is parsed into values that this function owns, so the names move to the arena.
-    const auto member = CJSONDeserializer::deserializer().deserializeAsDictionary(body, nullptr);
-    if (!member) return std::nullopt;
-    auto transaction = read(*member, true, arena);
-    if (transaction) {
-        transaction->guid = copied(transaction->guid, arena);
-        transaction->className = copied(transaction->className, arena);
+ObjectKind IncomingTransaction::kind() const {
+    if (m_type == "INSERT_XACTION") return ObjectKind::inserted;
+    if (m_type == "UPDATE_XACTION") return ObjectKind::updated;
+    if (m_type == "DELETE_XACTION") return ObjectKind::deleted;
+    return ObjectKind::unknown;  // an expiry is the service's own
+}
+
+bool IncomingTransaction::isUsable() const {
+    return kind() != ObjectKind::unknown && isName(m_guid) && isName(m_className) && m_className != genericObject &&
+           m_time.value_or("").find('\0') == std::string_view::npos && m_payload.find('\0') == m_payload.npos;
+}
+
+void IncomingTransaction::readRelationships(std::pmr::memory_resource& arena) {
+    using List = std::pmr::vector<RelationshipText>;
+    if (kind() == ObjectKind::deleted) return;
+    // The list is never destroyed: everything in it is the arena's.
+    List& relationships = *new (arena.allocate(sizeof(List), alignof(List))) List(&arena);
+    JSONCursor cursor(decodedPayload(m_payload));
+    std::string_view key, name;
+    for (cursor.enterObject(); cursor.nextMember(key);) {
+        if (key != "relationships" || cursor.peek() != '{') {
+            cursor.skip();
+            continue;
+        }
+        relationships.clear();
+        for (cursor.enterObject(); cursor.nextMember(name);) {
+            if (auto relationship = readRelationship(name, cursor, arena)) relationships.push_back(*std::move(relationship));
+        }
     }
-    return transaction;
+    if (cursor.ok() && cursor.end()) m_relationships = relationships;
+}
+
+void IncomingTransaction::appendWireForm(std::string& out) const {
+    if (!m_wireForm.empty()) {
+        out += m_wireForm;
+        return;
+    }
+    JSONWriter writer(out);
+    auto member = [&](std::string_view key, std::string_view text) {
+        writer.key(key);
+        writer.string(text);
+    };
+    writer.beginObject();
+    if (m_time) member("xaction_time", *m_time);
+    member("xaction_type", m_type);
+    member("xaction_object_type", m_className);
+    member("xaction_object_guid", m_guid);
+    if (kind() != ObjectKind::deleted) {
+        thread_local std::string wrapped;
+        wrapped.assign(1, '<');
+        wrapped += m_payload;
+        wrapped += '>';
+        member("xaction_object", wrapped);
+    }
+    writer.endObject();
 }
 
 std::optional<StoredRelationships> relationshipsOfStoredTransaction(std::string_view body) {
-    const auto member = CJSONDeserializer::deserializer().deserializeAsDictionary(body, nullptr);
-    if (!member) return std::nullopt;
-    const auto payload = textOf(*member, "xaction_object");
-    if (payload.size() < 2) return std::nullopt;
-    const auto object = decodePayload(payload.substr(1, payload.size() - 2));
-    const NS::Dictionary* relationships = object ? (*object)["relationships"].asDictionary() : nullptr;
-    if (!relationships) return std::nullopt;
-    return StoredRelationships{std::string(textOf(*member, "xaction_object_type")), *relationships};
+    JSONCursor cursor(body);
+    std::string_view key, className, payload;
+    for (cursor.enterObject(); cursor.nextMember(key);) {
+        if (key == "xaction_object_type") {
+            cursor.string(className);
+        } else if (key == "xaction_object") {
+            cursor.string(payload);
+        } else {
+            cursor.skip();
+        }
+    }
+    JSONCursor object(decodedPayload(unwrapped(payload)));
+    NS::Value relationships;
+    for (object.enterObject(); object.nextMember(key);) {
+        if (key == "relationships") {
+            object.value(relationships);
+        } else {
+            object.skip();
+        }
+    }
+    const NS::Dictionary* dictionary = relationships.asDictionary();
+    if (!object.ok() || !dictionary) return std::nullopt;
+    return StoredRelationships{std::string(className), *dictionary};
 }
 
 }  // namespace velkor::service

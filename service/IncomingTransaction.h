@@ -1,20 +1,21 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <memory_resource>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "json/JSONCursor.h"
 #include "platform/base/Dictionary.h"
-#include "service/GuidDirectory.h"
+#include "service/ObjectState.h"
 #include "service/Relations.h"
 
 namespace velkor::service {
 
-/// One relationship as a payload describes it. The texts belong to the arena that `readTransaction` was given.
+/// One relationship as a payload describes it. The texts belong to the arena that the payload was read into.
 struct RelationshipText {
     std::string_view name, destination;
     bool toMany = false;
@@ -23,23 +24,36 @@ struct RelationshipText {
     std::pmr::vector<std::uint32_t> destinations;  // the objects, once they are looked up
 };
 
-/// A transaction as it came, made ready for the store.
-struct IncomingTransaction {
-    ObjectKind kind = ObjectKind::unknown;  // never `unknown` once read
-    std::string_view guid, className;       // as the request's
-    std::string body;                       // wire form, as it goes out to other clients
-    std::pmr::vector<RelationshipText> relationships;
+/// A transaction as it came. Its texts are the request's, which lives as long.
+class IncomingTransaction {
+public:
+    /// Reads one member of "xactions"; false for what is no JSON. Members that are no strings count as absent.
+    bool read(JSONCursor& cursor);
+    /// A stored transaction as if it had come now; none for a text that is none. `body` lives as long.
+    static std::optional<IncomingTransaction> fromStored(std::string_view body, JSONCursor& cursor);
+
+    /// Whether it has a guid, a class and a type that a client may send.
+    bool isUsable() const;
+    /// Reads the payload's relationships; without any when it does not decode. Keeps them in the arena.
+    void readRelationships(std::pmr::memory_resource& arena);
+
+    ObjectKind kind() const;
+    std::string_view guid() const { return m_guid; }
+    std::string_view className() const { return m_className; }
+    std::span<RelationshipText> relationships() const { return m_relationships; }
+
+    /// Appends the wire form for other clients: the payload gets one wrapping character at each end.
+    void appendWireForm(std::string& out) const;
+
+private:
+    std::optional<std::string_view> m_time;
+    std::string_view m_type, m_className, m_guid, m_payload;
+    std::string_view m_wireForm;                  // if it is known already
+    std::span<RelationshipText> m_relationships;  // the arena's
 };
 
 /// Most bytes of a guid or a class name.
 inline constexpr std::size_t longestName = 1024;
-
-/// Reads one member of "xactions". None, with the reason in the log, when it has no guid, no class or no type that a client may
-/// send. The result refers to the member's texts, which must live as long.
-std::optional<IncomingTransaction> readTransaction(const NS::Dictionary& member, std::pmr::memory_resource& arena);
-
-/// A stored transaction as if it had come now.
-std::optional<IncomingTransaction> readStoredTransaction(std::string_view body, std::pmr::memory_resource& arena);
 
 /// What a stored transaction says of its object's relationships.
 struct StoredRelationships {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "service/IncomingTransaction.h"
+
 namespace velkor::service {
 namespace {
 
@@ -35,7 +37,7 @@ ObjectRow takeRow(Rows& rows) {
     row.linkNumber = rows.integer(5);
     row.linkInstance = rows.integer(6);
     row.linkOther = rows.integer(7);
-    row.body.swap(rows.text(8));
+    row.storedBody.swap(rows.text(8));
     row.links.swap(rows.text(9));
     row.stored = true;
     return row;
@@ -66,18 +68,29 @@ ObjectRow& ObjectSet::row(std::uint32_t object) {
     return row;
 }
 
+std::string ObjectRow::body() const {
+    if (!source) return storedBody;
+    std::string text;
+    source->appendWireForm(text);
+    return text;
+}
+
 void ObjectSet::store(const GuidDirectory& directory) {
+    std::string text;
     for (const ObjectRow& row : m_rows) {
         if (!row.changed) continue;
+        text.clear();
+        if (row.source) row.source->appendWireForm(text);
+        const std::string& body = row.source ? text : row.storedBody;
         const auto id = rowId(row.object);
         if (!row.stored) {
             m_connection.run(addObject, id, m_partition, directory.guid(row.object), row.number, row.touched, row.instance,
-                             row.state.code(), row.linkNumber, row.linkInstance, row.linkOther, row.body, row.links);
+                             row.state.code(), row.linkNumber, row.linkInstance, row.linkOther, body, row.links);
             continue;
         }
         m_connection.run(keepForUndo, id);
         m_connection.run(storeObject, row.number, row.touched, row.instance, row.state.code(), row.linkNumber, row.linkInstance,
-                         row.linkOther, row.body, row.links, id);
+                         row.linkOther, body, row.links, id);
     }
 }
 

@@ -10,7 +10,7 @@
 
 namespace velkor::service {
 
-struct IncomingTransaction;
+class IncomingTransaction;
 
 /// An object's row: its latest transaction and its links.
 struct ObjectRow {
@@ -22,13 +22,16 @@ struct ObjectRow {
     std::int64_t linkNumber = 0;    // of the last change of a link
     std::int64_t linkInstance = 0;  // who made it
     std::int64_t linkOther = 0;     // the same number among all other instances
-    std::string body;               // the transaction in wire form
+    std::string storedBody;         // the transaction in wire form, as it was read
     std::string links;              // LinkText
 
     bool stored = false;                          // the database has a row
     bool changed = false;                         // the row must be written
     bool linksChanged = false;                    // `links` is older than the graph
-    const IncomingTransaction* source = nullptr;  // what the latest transaction was made from, if it came now
+    const IncomingTransaction* source = nullptr;  // the latest transaction, if it came now
+
+    /// The latest transaction in wire form.
+    std::string body() const;
 
     /// A link changed with this number.
     void noteLinkChange(std::int64_t number, std::int64_t instance);

@@ -70,6 +70,10 @@ std::map<std::string, Setter, std::less<>> settersOf(Options& options) {
 NS::Result<Options> Options::parse(std::span<const char* const> arguments) {
     Options options;
     options.dataDirectory = defaultDataDirectory();
+    if (arguments.size() == 1 && std::string_view(arguments[0]) == "--help") {
+        options.help = true;
+        return options;
+    }
     if (!arguments.empty() && std::string_view(arguments[0]) == "expire") {
         options.expire.emplace();
         arguments = arguments.subspan(1);

@@ -19,6 +19,8 @@ struct Options {
     std::int64_t maximumBody = std::int64_t(1) << 30;
     std::int32_t logLevel = 100;
 
+    bool help = false;
+
     /// Set for `velkord expire`.
     struct Expire {
         std::string user, app, guid;

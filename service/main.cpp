@@ -51,6 +51,7 @@ int main(int count, char** arguments) {
         std::fprintf(stderr, "velkord: %s\n%s\n", options.error().localizedDescription().c_str(), Options::usage().data());
         return 2;
     }
+    if (options.value().help) return std::puts(Options::usage().data()) < 0;
     VLKLog::sharedInstance().setLogLevel(options.value().logLevel);
     auto database = Database::open(options.value().dataDirectory);
     if (!database) return fail(database.error().localizedDescription());
