@@ -158,10 +158,9 @@ TEST_F(ObjectJSONTest, FindsObjectsByTheirGuid) {
     ASSERT_TRUE(error);
     EXPECT_EQ(error->domain(), PlatformErrorDomain) << "the fetch's own error stands";
 
-    ObjectClass::forName("Tag");
     ObjectClass::registerClass<Tag>("Tag").entityFinder(
         [](const ManagedObjectContext& ctx) { return ctx.managedObjectModel().entityNamed("Notebook"); });
-    EXPECT_EQ(vlk_insertInManagedObjectContext<Tag>(*context)->entity().name(), "Notebook")
+    EXPECT_EQ(vlk_insertInManagedObjectContext(*ObjectClass::of<Tag>(), *context)->entity().name(), "Notebook")
         << "the class's own answer comes first";
     ObjectClass::registerClass<LocalDraft>("NoEntity");
     EXPECT_THROW(vlk_insertInManagedObjectContext(*ObjectClass::forName("NoEntity"), *context), Exception);
