@@ -1,15 +1,27 @@
 #include "Sync/VLKAnswer.h"
 
+#include <algorithm>
+
 #include "PelmoLib/encodings/VLKLog.h"
 
 namespace velkor::VLKAnswer {
 
 namespace {
 
+/// In bytes.
+constexpr std::size_t longestIdentifier = 1024;
+
+/// A text that a URL and a property list can carry.
+bool isPlainText(const NS::Value& value) {
+    const auto text = value.asString();
+    const auto isControl = [](unsigned char byte) { return byte < ' ' || byte == 0x7F; };
+    return text && text->size() <= longestIdentifier && std::none_of(text->begin(), text->end(), isControl);
+}
+
 void refuse(const NS::Value& value, std::string_view key) {
     if (value.isNil() || value.isNull()) return;
-    VLKLog::sharedInstance().logMessageAtLevel(100, "Ignoring \"%@\" in the server's answer: it is of type %@.", key,
-                                               value.className());
+    VLKLog::sharedInstance().logMessageAtLevel(100, "Ignoring \"%@\" in the server's answer, of type %@: %@", key,
+                                               value.className(), value);
 }
 
 }  // namespace
@@ -37,9 +49,16 @@ NS::Array array(const NS::Dictionary& answer, std::string_view key) {
 
 NS::Value identifier(const NS::Dictionary& answer, std::string_view key) {
     const NS::Value& value = answer[key];
-    if (value.isNumber() || value.isString()) return value;
+    const bool isBoolean = value.kind() == NS::Value::Kind::boolean;
+    if (const auto integer = value.asInteger(); integer && !isBoolean) return *integer;
+    if (value.kind() == NS::Value::Kind::real || isPlainText(value)) return value;
     refuse(value, key);
     return {};
+}
+
+bool isBatched(const NS::Dictionary& answer) {
+    const NS::Value& identifier = answer["batched_download_identifier"];
+    return identifier && !identifier.isNull();
 }
 
 }  // namespace velkor::VLKAnswer

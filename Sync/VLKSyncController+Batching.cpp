@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "PelmoLib/encodings/NSDate+Utils.h"
+#include "Sync/VLKAnswer.h"
 #include "Sync/VLKBatchWriter.h"
 #include "Sync/VLKSchemaSerializer.h"
 #include "Sync/VLKSyncController+Internal.h"
@@ -121,7 +122,7 @@ void VLKSyncController::launchChangesCommandWithJSON(std::optional<std::string> 
 }
 
 void VLKSyncController::Internals::changesAnswered(const NS::Dictionary& answer, std::uint64_t batch) {
-    if (!answer.contains("batched_download_identifier")) return handleAnswer(answer, batch);
+    if (!VLKAnswer::isBatched(answer)) return handleAnswer(answer, batch);
     self.downloadPage(
         1, downloadFor(answer), [this, batch](const NS::Dictionary& complete) { handleAnswer(complete, batch); },
         [this](const NS::Error& error) { self.handleFailedChangesCommandWithError(error); });

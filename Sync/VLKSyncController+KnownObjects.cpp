@@ -76,7 +76,7 @@ std::optional<std::string> VLKSyncController::Internals::listingBody(const NS::A
 void VLKSyncController::Internals::listingAnswered(const NS::Dictionary& answer, std::uint32_t task) {
     logMessage(400, "Received data from server for known objects: %@", answer);
     self.setSyncStatusMessageWithFormat("Writing changes...");
-    if (!answer.contains("batched_download_identifier")) return self.handleCompletedKnownObjectsCommandWithResult(answer);
+    if (!VLKAnswer::isBatched(answer)) return self.handleCompletedKnownObjectsCommandWithResult(answer);
     self.downloadPage(
         1, downloadFor(answer),
         [this](const NS::Dictionary& complete) { self.handleCompletedKnownObjectsCommandWithResult(complete); },

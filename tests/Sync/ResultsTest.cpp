@@ -149,6 +149,7 @@ TEST_F(ResultsTest, anAnswerWithoutItsNumberLeavesTheKeptOne) {
         answerChanges({answer});
         sync();
         EXPECT_EQ(stored("HIGHEST_XACTION"), NS::Value(3));
+        EXPECT_EQ((*controller->syncState())["HIGHEST_XACTION"], NS::Value(3));
     }
 }
 
