@@ -10,7 +10,7 @@
 #include "platform/base/Exception.h"
 #include "platform/base/Value.h"
 #include "platform/concurrency/RunLoop.h"
-#include "support/FakeService.h"
+#include "tests/support/FakeService.h"
 
 namespace velkor {
 namespace {

@@ -5,7 +5,7 @@
 #include <random>
 #include <thread>
 
-#include "support/LogCapture.h"
+#include "tests/support/LogCapture.h"
 
 namespace velkor {
 namespace {

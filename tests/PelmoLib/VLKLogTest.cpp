@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/LogCapture.h"
+#include "tests/support/LogCapture.h"
 
 namespace velkor {
 namespace {
