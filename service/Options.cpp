@@ -96,7 +96,7 @@ std::string_view Options::usage() {
            "       velkord expire --user EMAIL --app APP --guid GUID [--data DIR]";
 }
 
-std::string Options::help() {
+std::string Options::helpText() {
     return std::string(usage()) + R"(
 
 Serves the sync protocol over HTTP from an embedded SQLite database. `expire` marks an object as expired for all clients of a user.

@@ -31,7 +31,7 @@ struct Options {
     static NS::Result<Options> parse(std::span<const char* const> arguments);
     static std::string_view usage();
     /// The usage and what each option means.
-    static std::string help();
+    static std::string helpText();
 };
 
 }  // namespace velkor::service

@@ -42,16 +42,12 @@ int serve(Database& database, const Options& options) {
 }  // namespace
 
 int main(int count, char** arguments) {
-    if (count == 2 && (std::string_view(arguments[1]) == "--help" || std::string_view(arguments[1]) == "-h")) {
-        std::fputs(Options::help().c_str(), stdout);
-        return 0;
-    }
     const auto options = Options::parse(std::span<const char* const>(arguments + 1, static_cast<std::size_t>(count - 1)));
     if (!options) {
         std::fprintf(stderr, "velkord: %s\n%s\n", options.error().localizedDescription().c_str(), Options::usage().data());
         return 2;
     }
-    if (options.value().help) return std::puts(Options::usage().data()) < 0;
+    if (options.value().help) return std::fputs(Options::helpText().c_str(), stdout) < 0;
     VLKLog::sharedInstance().setLogLevel(options.value().logLevel);
     auto database = Database::open(options.value().dataDirectory);
     if (!database) return fail(database.error().localizedDescription());
