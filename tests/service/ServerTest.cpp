@@ -19,11 +19,14 @@ extern char** environ;
 namespace velkor::service {
 namespace {
 
+/// The program under test, which is built beside this one.
+std::string velkord() { return std::filesystem::read_symlink("/proc/self/exe").replace_filename("velkord"); }
+
 /// A running velkord on a free port.
 class Program {
 public:
     explicit Program(const std::string& directory, std::vector<std::string> options = {}) {
-        std::vector<std::string> words{VELKOR_BIN_DIR "/velkord", "--data", directory, "--listen", "127.0.0.1:0"};
+        std::vector<std::string> words{velkord(), "--data", directory, "--listen", "127.0.0.1:0"};
         words.insert(words.end(), options.begin(), options.end());
         std::array<int, 2> output;
         if (pipe(output.data()) != 0) throw std::runtime_error("no pipe");
@@ -303,7 +306,7 @@ TEST_F(ServerTest, expiresWhileItRuns) {
     a.cycle({insertOf("n1", "one"), insertOf("n2", "two")});
     const std::string before = a.hash;
     const std::vector<std::string> command{
-        VELKOR_BIN_DIR "/velkord", "expire", "--data", m_directory.path(), "--user", "u@example.org", "--app", "app", "--guid"};
+        velkord(), "expire", "--data", m_directory.path(), "--user", "u@example.org", "--app", "app", "--guid"};
     auto expire = [&](const std::string& guid) {
         auto words = command;
         words.push_back(guid);
@@ -312,7 +315,7 @@ TEST_F(ServerTest, expiresWhileItRuns) {
     EXPECT_EQ(expire("n1"), 0);
     EXPECT_EQ(expire("n1"), 1);
     EXPECT_EQ(expire("nothing"), 1);
-    EXPECT_EQ(Program::run({VELKOR_BIN_DIR "/velkord", "--nonsense"}), 2);
+    EXPECT_EQ(Program::run({velkord(), "--nonsense"}), 2);
     EXPECT_EQ(summary(a.cycle()), std::vector<std::string>{"n1:expired"});
     EXPECT_NE(a.hash, before);
     a.cycle({transaction("UPDATE_XACTION", "Note", "n1", "back")});

@@ -15,11 +15,10 @@ namespace velkor::test {
 
 namespace {
 
+/// Tests and programs are built into one directory.
 std::string programPath(const std::string& program) {
-#ifdef VELKOR_BIN_DIR
-    if (program.find('/') == program.npos) return std::string(VELKOR_BIN_DIR) + "/" + program;
-#endif
-    return program;
+    if (program.find('/') != program.npos) return program;
+    return std::filesystem::read_symlink("/proc/self/exe").replace_filename(program);
 }
 
 }  // namespace
