@@ -47,6 +47,18 @@ constexpr const char* tables[] = {
     "CREATE TABLE rolled (id {serial}, instance BIGINT NOT NULL, guid TEXT NOT NULL, number BIGINT NOT NULL, "
     "body TEXT NOT NULL)",
     "CREATE INDEX rolled_instance ON rolled (instance, guid)",
+
+    // What the blob store holds or may come to hold; see BlobRegister. "name" is the store's, "due" when it is to be removed there.
+    "CREATE TABLE blobs (name TEXT NOT NULL PRIMARY KEY, partition_id BIGINT NOT NULL, guid TEXT NOT NULL, "
+    "attribute TEXT NOT NULL, state BIGINT NOT NULL, hash TEXT NOT NULL, issued BIGINT NOT NULL, due BIGINT NOT NULL)",
+    "CREATE INDEX blobs_place ON blobs (partition_id, guid, attribute)",
+    "CREATE INDEX blobs_guid ON blobs (guid)",
+    "CREATE INDEX blobs_due ON blobs (due)",
+    // The latest changes request of each partition: whose, under which lock, what is named in it by numbers above "above", and
+    // what it named without getting a new number; see BatchRecord. Held locks are few, so that calls without credentials find theirs.
+    "CREATE TABLE batches (partition_id {given}, lock_serial BIGINT NOT NULL, instance BIGINT NOT NULL, above BIGINT NOT NULL)",
+    "CREATE TABLE repeats (partition_id BIGINT NOT NULL, guid TEXT NOT NULL, PRIMARY KEY (partition_id, guid))",
+    "CREATE INDEX locks_held ON locks (user_id) WHERE held = 1",
 };
 
 std::string spelled(std::string text, const TableDialect& dialect) {
