@@ -47,6 +47,13 @@ NS::Array array(const NS::Dictionary& answer, std::string_view key) {
     return {};
 }
 
+std::optional<NS::Dictionary> dictionary(const NS::Dictionary& answer, std::string_view key) {
+    const NS::Value& value = answer[key];
+    if (const NS::Dictionary* members = value.asDictionary()) return *members;
+    refuse(value, key);
+    return std::nullopt;
+}
+
 NS::Value identifier(const NS::Dictionary& answer, std::string_view key) {
     const NS::Value& value = answer[key];
     const bool isBoolean = value.kind() == NS::Value::Kind::boolean;

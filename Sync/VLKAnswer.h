@@ -15,6 +15,7 @@ std::optional<double> number(const NS::Dictionary& answer, std::string_view key)
 std::optional<std::string> text(const NS::Dictionary& answer, std::string_view key);
 /// Empty when absent.
 NS::Array array(const NS::Dictionary& answer, std::string_view key);
+std::optional<NS::Dictionary> dictionary(const NS::Dictionary& answer, std::string_view key);
 /// Something that the service counts or names with, kept as received: a number, or a text without control characters; else
 /// nil.
 NS::Value identifier(const NS::Dictionary& answer, std::string_view key);
