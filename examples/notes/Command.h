@@ -27,6 +27,7 @@ inline constexpr std::size_t anyNumber = static_cast<std::size_t>(-1);
 // A group of commands a source file.
 std::vector<Command> editCommands();
 std::vector<Command> listCommands();
+std::vector<Command> preferenceCommands();
 std::vector<Command> treeCommands();
 std::vector<Command> syncCommands();
 std::vector<Command> watchCommands();

@@ -54,7 +54,8 @@ std::string dumpLine(const NS::ManagedObject& object) {
     for (const auto& attribute : entity.attributes()) {
         if (auto value = dumpValue(object.valueForKey(attribute.name)); !value.isNil()) attributes.set(attribute.name, value);
     }
-    for (const auto& relationship : entity.relationships()) relationships.set(relationship.name, dumpRelationship(object, relationship));
+    for (const auto& relationship : entity.relationships())
+        relationships.set(relationship.name, dumpRelationship(object, relationship));
     bool hasGuid = entity.attributeNamed("guid") != nullptr;
     return jsonText(NS::Dictionary{{"entity", entity.name()},
                                    {"guid", hasGuid ? guidOrNull(object) : NS::Value(NS::Null{})},

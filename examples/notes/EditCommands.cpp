@@ -1,4 +1,5 @@
 // Commands that change objects: each saves the store once.
+#include "examples/notes/Attachments.h"
 #include "examples/notes/Command.h"
 #include "examples/notes/Store.h"
 
@@ -36,18 +37,19 @@ ObjectPtr findOrMakeTag(NS::ManagedObjectContext& context, const std::string& na
 }
 
 /// What `add` and `edit` have in common.
-void applyNoteOptions(NS::ManagedObjectContext& context, NS::ManagedObject& note, const Arguments& arguments) {
-    if (auto body = arguments.value("--body")) note.setValueForKey(*body, "body");
+void applyNoteOptions(NS::ManagedObjectContext& context, const ObjectPtr& note, const Arguments& arguments) {
+    if (auto body = arguments.value("--body")) note->setValueForKey(*body, "body");
     if (auto rating = arguments.value("--rating")) {
         auto number = parseInteger(*rating, "--rating");
         if (number < std::numeric_limits<std::int32_t>::min() || number > std::numeric_limits<std::int32_t>::max()) {
             throw UsageError("--rating is out of range");
         }
-        note.setValueForKey(number, "rating");
+        note->setValueForKey(number, "rating");
     }
-    if (auto score = arguments.value("--score")) note.setValueForKey(parseNumber(*score, "--score"), "score");
-    auto tags = note.entity().relationshipNamed("tags");
-    for (const auto& name : arguments.values("--tag")) note.addDestination(*tags, findOrMakeTag(context, name));
+    if (auto score = arguments.value("--score")) note->setValueForKey(parseNumber(*score, "--score"), "score");
+    auto tags = note->entity().relationshipNamed("tags");
+    for (const auto& name : arguments.values("--tag")) note->addDestination(*tags, findOrMakeTag(context, name));
+    for (const auto& file : arguments.values("--attach")) attachFile(context, note, file);
 }
 
 void addNotebook(Installation& installation, const Arguments& arguments) {
@@ -62,7 +64,7 @@ void addNote(Installation& installation, const Arguments& arguments) {
     auto& context = installation.context();
     auto note = insertObject(context, "Note", arguments.value("--guid"));
     note->setValueForKey(arguments[0], "title");
-    applyNoteOptions(context, *note, arguments);
+    applyNoteOptions(context, note, arguments);
     if (arguments.has("--pinned")) note->setValueForKey(true, "pinned");
     if (auto guid = arguments.value("--notebook")) {
         note->setDestination(*note->entity().relationshipNamed("notebook"), requireNotebook(context, *guid));
@@ -78,7 +80,7 @@ void editNote(Installation& installation, const Arguments& arguments) {
     auto& context = installation.context();
     auto note = requireNote(context, arguments[0]);
     if (auto title = arguments.value("--title")) note->setValueForKey(*title, "title");
-    applyNoteOptions(context, *note, arguments);
+    applyNoteOptions(context, note, arguments);
     if (auto pinned = arguments.value("--pinned")) note->setValueForKey(parseSwitch(*pinned, "--pinned"), "pinned");
     if (auto expired = arguments.value("--expired")) note->setValueForKey(parseSwitch(*expired, "--expired"), "expired");
     if (auto guid = arguments.value("--notebook")) {
@@ -110,23 +112,38 @@ void addDraft(Installation& installation, const Arguments& arguments) {
 
 std::vector<Command> editCommands() {
     return {
-        {"notebook", "TITLE [--guid GUID] [--private]", "adds a notebook", {{"--guid", true}, {"--private", false}}, 1, 1, addNotebook},
+        {"notebook",
+         "TITLE [--guid GUID] [--private]",
+         "adds a notebook",
+         {{"--guid", true}, {"--private", false}},
+         1,
+         1,
+         addNotebook},
         {"add",
-         "TITLE [--guid GUID] [--body TEXT] [--notebook GUID] [--tag NAME]... [--rating N] [--score X] [--pinned]",
+         "TITLE [--guid GUID] [--body TEXT] [--notebook GUID] [--tag NAME]... [--attach FILE]... [--rating N] [--score X] "
+         "[--pinned]",
          "adds a note",
-         {{"--guid", true}, {"--body", true}, {"--notebook", true}, {"--tag", true}, {"--rating", true}, {"--score", true}, {"--pinned", false}},
+         {{"--guid", true},
+          {"--body", true},
+          {"--notebook", true},
+          {"--tag", true},
+          {"--attach", true},
+          {"--rating", true},
+          {"--score", true},
+          {"--pinned", false}},
          1,
          1,
          addNote},
         {"edit",
-         "GUID [--title TEXT] [--body TEXT] [--notebook GUID|none] [--tag NAME]... [--untag NAME]... [--rating N] [--score X] "
-         "[--pinned on|off] [--expired on|off]",
+         "GUID [--title TEXT] [--body TEXT] [--notebook GUID|none] [--tag NAME]... [--untag NAME]... [--attach FILE]... "
+         "[--rating N] [--score X] [--pinned on|off] [--expired on|off]",
          "changes a note",
          {{"--title", true},
           {"--body", true},
           {"--notebook", true},
           {"--tag", true},
           {"--untag", true},
+          {"--attach", true},
           {"--rating", true},
           {"--score", true},
           {"--pinned", true},

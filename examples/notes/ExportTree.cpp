@@ -58,21 +58,16 @@ ExportTree::ExportTree(fs::path directory, Progress& progress) : m_root(std::mov
 }
 
 void ExportTree::write(NS::ManagedObjectContext& context) {
-    auto byGuid = [](const ObjectPtr& a, const ObjectPtr& b) { return textOf(*a, "guid") < textOf(*b, "guid"); };
     // Directories first: a file that would take a directory's name gets another one.
-    auto notebooks = allObjects(context, "Notebook");
-    std::sort(notebooks.begin(), notebooks.end(), byGuid);
     std::map<std::string, fs::path> directories;
-    for (const auto& notebook : notebooks) {
+    forEachByGuid(context, "Notebook", [&](const ObjectPtr& notebook) {
         directories[textOf(*notebook, "guid")] = directoryFor(textOf(*notebook, "title"));
         ++m_notebooks;
-    }
-    auto notes = allObjects(context, "Note", {"notebook", "attachments"});
-    std::sort(notes.begin(), notes.end(), byGuid);
-    for (const auto& note : notes) {
+    });
+    forEachByGuid(context, "Note", [&](const ObjectPtr& note) {
         auto notebook = note->destination(*note->entity().relationshipNamed("notebook"));
         writeNote(*note, notebook ? directories[textOf(*notebook, "guid")] : m_root);
-    }
+    });
 }
 
 fs::path ExportTree::directoryFor(const std::string& notebookTitle) {
@@ -88,7 +83,10 @@ fs::path ExportTree::directoryFor(const std::string& notebookTitle) {
 }
 
 void ExportTree::writeNote(const NS::ManagedObject& note, const fs::path& directory) {
-    auto attachments = note.destinations(*note.entity().relationshipNamed("attachments"));
+    auto set = note.destinations(*note.entity().relationshipNamed("attachments"));
+    std::vector<ObjectPtr> attachments(set.begin(), set.end());
+    std::sort(attachments.begin(), attachments.end(),
+              guidIsLess);  // which of two equal names keeps it is the same on all machines
     NS::Value body = note.valueForKey("body");
     if (!body.isNil() || attachments.empty()) {
         writeFile(directory, textOf(note, "title"), textOf(note, "guid"), body.asString().value_or(""));
@@ -109,7 +107,8 @@ void ExportTree::writeFile(const fs::path& directory, const std::string& name, c
         std::string suffix = " (" + guid.substr(0, 8) + ")";
         std::string base = shortened(safeName(name), longestName - suffix.size() - 4);
         path = directory / safeName(base + suffix);
-        for (int number = 2; !m_taken.insert(path).second; ++number) path = directory / safeName(base + suffix + " " + std::to_string(number));
+        for (int number = 2; !m_taken.insert(path).second; ++number)
+            path = directory / safeName(base + suffix + " " + std::to_string(number));
     }
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));

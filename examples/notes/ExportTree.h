@@ -27,7 +27,8 @@ public:
 private:
     std::filesystem::path directoryFor(const std::string& notebookTitle);
     void writeNote(const velkor::NS::ManagedObject& note, const std::filesystem::path& directory);
-    void writeFile(const std::filesystem::path& directory, const std::string& name, const std::string& guid, std::string_view bytes);
+    void writeFile(const std::filesystem::path& directory, const std::string& name, const std::string& guid,
+                   std::string_view bytes);
 
     std::filesystem::path m_root;
     Progress& m_progress;

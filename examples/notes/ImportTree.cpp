@@ -8,6 +8,7 @@
 #include <system_error>
 #include <vector>
 
+#include "examples/notes/Attachments.h"
 #include "examples/notes/Options.h"
 
 namespace notes {
@@ -17,7 +18,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// A larger file is no note that anybody reads, and its payload would exceed what a transaction may carry.
+/// A larger text is no note that anybody reads, and its payload would exceed what a transaction may carry: it becomes an
+/// attachment.
 constexpr std::uint64_t largestText = 32u << 20;
 
 void warn(const fs::path& path, std::string_view why) {
@@ -32,16 +34,11 @@ void warn(const fs::path& path, std::string_view why) {
 
 bool isText(std::string_view bytes) { return bytes.find('\0') == bytes.npos && NS::isValidUTF8(bytes); }
 
-std::string titleOfFile(const fs::path& file) {
-    std::string title = file.filename().string();
-    std::replace(title.begin(), title.end(), '/', '_');
-    return title;
-}
-
 /// The entries to take in, sorted by name so that every run sees them in the same order.
 std::vector<fs::directory_entry> entriesOf(const fs::path& directory, std::error_code& error) {
     std::vector<fs::directory_entry> entries;
-    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) entries.push_back(*entry);
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error))
+        entries.push_back(*entry);
     std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.path().native() < b.path().native(); });
     return entries;
 }
@@ -98,20 +95,23 @@ void ImportTree::addDirectory(const fs::path& directory, const std::string& titl
 }
 
 void ImportTree::addFile(const fs::path& file, const ObjectPtr& notebook) {
-    auto bytes = NS::readFile(file);
-    if (!bytes.ok()) return warn(file, bytes.error().localizedDescription());
-    if (bytes.value().size() > largestText || !isText(bytes.value().view())) {
-        ++m_otherFiles;
-        return;
-    }
+    auto read = NS::readFile(file, largestAttachment);
+    if (!read.ok()) return warn(file, read.error().localizedDescription());
+    NS::Data content = std::move(read).value();
+    std::string name = file.filename().string();
     auto note = insertObject(m_context, "Note");
-    note->setValueForKey(titleOfFile(file), "title");
-    note->setValueForKey(bytes.value().view(), "body");
+    note->setValueForKey(name, "title");
     note->setValueForKey(m_now, "createdAt");
     note->setValueForKey(m_now, "modifiedAt");
     if (notebook) note->setDestination(*note->entity().relationshipNamed("notebook"), notebook);
     ++m_notes;
-    if (m_progress.isShown()) m_progress.show("importing: " + std::to_string(m_notes) + " notes, " + file.filename().string());
+    if (content.size() <= largestText && isText(content.view())) {
+        note->setValueForKey(content.view(), "body");
+    } else {
+        attach(m_context, note, name, std::move(content));
+        ++m_attachments;
+    }
+    if (m_progress.isShown()) m_progress.show("importing: " + std::to_string(m_notes) + " notes, " + name);
 }
 
 }  // namespace notes

@@ -16,14 +16,13 @@ class ImportTree {
 public:
     ImportTree(velkor::NS::ManagedObjectContext& context, Progress& progress);
 
-    /// Adds the file as a note, or the directory with everything below it. Raises CommandError when it cannot be read at all.
+    /// Adds the file as a note (as an attachment of one when it is no text), or the directory with everything below it. Raises
+    /// CommandError when it cannot be read at all.
     void add(const std::filesystem::path& path);
 
     std::size_t notebooks() const noexcept { return m_notebooks; }
     std::size_t notes() const noexcept { return m_notes; }
-    std::size_t attachments() const noexcept { return 0; }
-    /// Files that are no text; they are not taken in.
-    std::size_t otherFiles() const noexcept { return m_otherFiles; }
+    std::size_t attachments() const noexcept { return m_attachments; }
 
 private:
     void addDirectory(const std::filesystem::path& directory, const std::string& title);
@@ -34,7 +33,7 @@ private:
     velkor::NS::Date m_now;
     std::size_t m_notebooks = 0;
     std::size_t m_notes = 0;
-    std::size_t m_otherFiles = 0;
+    std::size_t m_attachments = 0;
 };
 
 }  // namespace notes

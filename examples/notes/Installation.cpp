@@ -89,7 +89,11 @@ void Installation::makeController() {
     m_controller->setLatestModelVersion(m_options.modelVersion);
     m_controller->setStateSavePath(path("SyncState.plist").string());
     m_controller->setKeepsEveryChange(true);
+    m_preferences.emplace(path("preferences.json"), *m_controller);
     loadState();
+    if (!m_preferences->changeWaits()) return;
+    if (m_account) useAccount();
+    m_preferences->finishChange();
 }
 
 void Installation::loadState() {
@@ -97,6 +101,7 @@ void Installation::loadState() {
     std::error_code error;
     if (fs::exists(file, error) && !NS::dictionaryWithContentsOfFile(file).ok()) setAside(file);
     m_controller->load();
+    if (!m_preferences->load()) setAside(path("preferences.json"));
 }
 
 const Account& Installation::requireAccount() const {
@@ -108,6 +113,7 @@ void Installation::useAccount() {
     const Account& account = requireAccount();
     m_controller->setEmailAddress(account.email);
     m_controller->setUserPassword(account.password);
+    m_preferences->observe();
 }
 
 void Installation::keepAccount(std::string email, std::string password) {

@@ -12,6 +12,7 @@
 #include "examples/notes/Account.h"
 #include "examples/notes/DirectoryLock.h"
 #include "examples/notes/Options.h"
+#include "examples/notes/Preferences.h"
 
 namespace notes {
 
@@ -31,11 +32,13 @@ public:
 
     velkor::NS::ManagedObjectContext& context() noexcept { return *m_context; }
     velkor::VLKSyncController& controller() noexcept { return *m_controller; }
+    Preferences& preferences() noexcept { return *m_preferences; }
 
     std::optional<Account>& account() noexcept { return m_account; }
     /// The kept account; raises CommandError when there is none.
     const Account& requireAccount() const;
-    /// Gives the controller the kept account's credentials. Raises CommandError when there is none.
+    /// Gives the controller the kept account's credentials and lets it observe the preferences. Raises CommandError when there is
+    /// none.
     void useAccount();
     void keepAccount(std::string email, std::string password);
     void forgetAccount();
@@ -43,7 +46,7 @@ public:
     /// Saves the store once, waits until the controller has taken the changes in, and saves the sync state. Raises CommandError;
     /// then nothing was changed.
     void saveStore();
-    /// Reads the sync state, setting a damaged file aside first.
+    /// Reads the sync state and the preferences; damaged files are set aside.
     void loadState();
 
 private:
@@ -57,6 +60,7 @@ private:
     std::shared_ptr<velkor::NS::PersistentStoreCoordinator> m_coordinator;
     std::shared_ptr<velkor::NS::ManagedObjectContext> m_context;
     velkor::VLKSyncController* m_controller = nullptr;
+    std::optional<Preferences> m_preferences;
 };
 
 /// Runs the main loop until everything queued on it so far has run.

@@ -37,20 +37,23 @@ void printTable(const std::vector<ObjectPtr>& notes) {
     };
     for (const auto& note : notes) {
         auto created = note->valueForKey("createdAt").asDate();
-        std::cout << std::left << std::setw(36) << textOf(*note, "guid") << "  " << std::setw(24) << (created ? toISO8601(*created) : "") << "  "
-                  << std::setw(40) << width(textOf(*note, "title"), 40) << "  " << notebookTitle(*note) << '\n';
+        std::cout << std::left << std::setw(36) << textOf(*note, "guid") << "  " << std::setw(24)
+                  << (created ? toISO8601(*created) : "") << "  " << std::setw(40) << width(textOf(*note, "title"), 40) << "  "
+                  << notebookTitle(*note) << '\n';
     }
 }
 
+void printDumpLine(const ObjectPtr& object) { std::cout << dumpLine(*object) << '\n'; }
+
 void listNotes(Installation& installation, const Arguments&) {
-    auto notes = allObjects(installation.context(), "Note", {"notebook", "tags", "attachments"});
+    auto notes = allObjects(installation.context(), "Note", {"notebook"});
     std::sort(notes.begin(), notes.end(), [](const ObjectPtr& a, const ObjectPtr& b) {
         auto first = a->valueForKey("createdAt").asDate().value_or(NS::Date(-1e18));
         auto second = b->valueForKey("createdAt").asDate().value_or(NS::Date(-1e18));
         return first != second ? first > second : textOf(*a, "guid") < textOf(*b, "guid");
     });
     if (!installation.options().json) return printTable(notes);
-    for (const auto& note : notes) std::cout << dumpLine(*note) << '\n';
+    forEachWithRelationships(installation.context(), notes, printDumpLine);
 }
 
 void showNote(Installation& installation, const Arguments& arguments) {
@@ -69,22 +72,15 @@ void dump(Installation& installation, const Arguments&) {
     std::vector<const NS::EntityDescription*> entities;
     for (const auto& entity : context.managedObjectModel().entities()) entities.push_back(entity.get());
     std::sort(entities.begin(), entities.end(), [](auto* a, auto* b) { return a->name() < b->name(); });
-    for (const auto* entity : entities) {
-        std::vector<std::string> prefetch;
-        for (const auto& relationship : entity->relationships()) prefetch.push_back(relationship.name);
-        auto objects = allObjects(context, entity->name(), prefetch);
-        if (entity->attributeNamed("guid")) {
-            std::sort(objects.begin(), objects.end(),
-                      [](const ObjectPtr& a, const ObjectPtr& b) { return textOf(*a, "guid") < textOf(*b, "guid"); });
-        }
-        for (const auto& object : objects) std::cout << dumpLine(*object) << '\n';
-    }
+    for (const auto* entity : entities) forEachByGuid(context, entity->name(), printDumpLine);
 }
 
 void listPending(Installation& installation, const Arguments&) {
     std::vector<std::pair<std::string, NS::Value>> rows;
     for (const auto& [guid, transaction] : installation.controller().changes()) {
-        rows.emplace_back(guid, NS::Dictionary{{"guid", guid}, {"type", transaction->type().value_or("")}, {"object_type", transaction->objType().value_or("")}});
+        rows.emplace_back(guid, NS::Dictionary{{"guid", guid},
+                                               {"type", transaction->type().value_or("")},
+                                               {"object_type", transaction->objType().value_or("")}});
     }
     std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     NS::Array sorted;
@@ -110,6 +106,7 @@ void printState(Installation& installation, const Arguments&) {
 }
 
 void printHash(Installation& installation, const Arguments&) {
+    if (installation.account()) installation.useAccount();  // the preferences that are set count
     VLKSyncableObjectHasher hasher(installation.controller().ctxCreator()(), installation.controller());
     auto hash = hasher.hashOfKnownShareableObjects();
     if (!hash) throw CommandError("the objects cannot be read");

@@ -36,10 +36,13 @@ namespace {
 void printResult(const VLKSyncController& controller, const std::optional<NS::Error>& error) {
     NS::Value failure = NS::Null{};
     if (error) {
-        failure = NS::Dictionary{{"domain", error->domain()}, {"code", error->code()}, {"description", error->localizedDescription()}};
+        failure =
+            NS::Dictionary{{"domain", error->domain()}, {"code", error->code()}, {"description", error->localizedDescription()}};
     }
     const auto& report = controller.cycleReport();
-    std::cout << jsonText(NS::Dictionary{{"ok", !error}, {"sent", report.sent}, {"received", report.received}, {"error", failure}}) << '\n';
+    std::cout << jsonText(
+                     NS::Dictionary{{"ok", !error}, {"sent", report.sent}, {"received", report.received}, {"error", failure}})
+              << '\n';
 }
 
 void sync(Installation& installation, const Arguments&) {

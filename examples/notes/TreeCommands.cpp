@@ -11,17 +11,14 @@ namespace {
 
 template <class Tree>
 void report(const char* what, const Tree& tree) {
-    std::cout << what << ' ' << tree.notebooks() << " notebooks, " << tree.notes() << " notes, " << tree.attachments() << " attachments\n";
+    std::cout << what << ' ' << tree.notebooks() << " notebooks, " << tree.notes() << " notes, " << tree.attachments()
+              << " attachments\n";
 }
 
 void importTree(Installation& installation, const Arguments& arguments) {
     Progress progress(installation.options().quiet);
     ImportTree tree(installation.context(), progress);
     for (const auto& path : arguments.positional()) tree.add(path);
-    if (tree.otherFiles() > 0) {
-        progress.clear();
-        std::cerr << "velkor-notes: skipping " << tree.otherFiles() << " files that are no text\n";
-    }
     progress.show("saving " + std::to_string(tree.notes()) + " notes");
     installation.saveStore();
     progress.clear();
@@ -40,8 +37,8 @@ void exportTree(Installation& installation, const Arguments& arguments) {
 
 std::vector<Command> treeCommands() {
     return {
-        {"import", "PATH...", "adds a notebook for every directory and a note for every text file", {}, 1, anyNumber, importTree},
-        {"export", "DIR", "writes notebooks and notes back as directories and files", {}, 1, 1, exportTree},
+        {"import", "PATH...", "adds a notebook for every directory and a note for every file", {}, 1, anyNumber, importTree},
+        {"export", "DIR", "writes notebooks, notes and attachments back as directories and files", {}, 1, 1, exportTree},
     };
 }
 

@@ -114,7 +114,13 @@ void watch(Installation& installation, const Arguments& arguments) {
 }  // namespace
 
 std::vector<Command> watchCommands() {
-    return {{"watch", "[--interval SECONDS]", "keeps this installation in step until it is interrupted", {{"--interval", true}}, 0, 0, watch}};
+    return {{"watch",
+             "[--interval SECONDS]",
+             "keeps this installation in step until it is interrupted",
+             {{"--interval", true}},
+             0,
+             0,
+             watch}};
 }
 
 }  // namespace notes

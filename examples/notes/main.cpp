@@ -61,7 +61,8 @@ int runProgram(int argc, char** argv) {
     }
     auto count = arguments.positional().size();
     if (count < command.fewest || count > command.most) {
-        throw UsageError(std::string(command.name) + " takes " + (command.usage.empty() ? "no arguments" : std::string(command.usage)));
+        throw UsageError(std::string(command.name) + " takes " +
+                         (command.usage.empty() ? "no arguments" : std::string(command.usage)));
     }
     velkor::NS::RunLoop::main();
     registerClasses();
@@ -77,7 +78,8 @@ int runProgram(int argc, char** argv) {
 const std::vector<Command>& allCommands() {
     static const std::vector<Command> commands = [] {
         std::vector<Command> all;
-        for (auto group : {accountCommands, editCommands, treeCommands, listCommands, syncCommands, watchCommands}) {
+        for (auto group :
+             {accountCommands, editCommands, treeCommands, listCommands, preferenceCommands, syncCommands, watchCommands}) {
             for (auto& command : group()) all.push_back(std::move(command));
         }
         return all;

@@ -120,6 +120,24 @@ TEST_F(DeathTest, HostDiesAtEveryStepOfALocalCommand) {
     }
 }
 
+TEST_F(DeathTest, APreferenceIsChangedAndPendingOrNeither) {
+    const std::string guid = "u@example.org_preferences_theme";
+    fresh();
+    Host a(directory / "run/A", "http://127.0.0.1:9");
+    int steps = stepsOf([&](const Environment& environment) { return a.run({"set", "theme", "dark"}, environment); }, directory / "count");
+    ASSERT_GT(steps, 4);
+    int changed = 0;
+    for (int step = 1; step <= steps; ++step) {
+        fresh();
+        EXPECT_NE(a.run({"set", "theme", "dark"}, dieAt(step)).status, 0) << "step " << step << " was not reached";
+        bool isSet = a.run({"get", "theme"}).status == 0;
+        EXPECT_EQ(pendingGuids(a).contains(guid), isSet) << "died at step " << step;
+        changed += isSet;
+    }
+    EXPECT_GT(changed, 0);
+    EXPECT_LT(changed, steps);
+}
+
 TEST_F(DeathTest, HostDiesAtEveryStepOfASync) {
     auto prepare = [this](Service& service) {
         Host a(directory / "run/A", service.url()), b(directory / "run/B", service.url());

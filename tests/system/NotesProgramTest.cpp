@@ -35,7 +35,8 @@ TEST_F(NotesProgramTest, WrongUseIsStatus2WithTheUsageLine) {
     const std::vector<std::vector<std::string>> wrong = {
         {}, {"frobnicate"}, {"--frobnicate", "ls"}, {"add"}, {"add", "a", "b"}, {"show"}, {"ls", "x"}, {"add", "t", "--rating", "many"},
         {"add", "t", "--rating", "99999999999"}, {"add", "t", "--score", "nan"}, {"--timeout", "0", "ls"},
-        {"watch", "--interval", "0"}, {"add", "t", "--body"},
+        {"watch", "--interval", "0"}, {"add", "t", "--body"}, {"add", "t", "--attach"}, {"set", "theme"}, {"set", "color", "red"},
+        {"get", "editor"}, {"unset", "editor.font"}, {"register"}, {"register", "novalue"}, {"register", "=x"}, {"passwd", "old"},
     };
     for (const auto& arguments : wrong) {
         Outcome outcome = host.run(arguments);
@@ -49,7 +50,9 @@ TEST_F(NotesProgramTest, WrongUseIsStatus2WithTheUsageLine) {
 TEST_F(NotesProgramTest, FailuresAreStatus1AndOneLine) {
     const std::vector<std::vector<std::string>> failing = {
         {"show", "nothing"}, {"rm", "nothing"}, {"edit", "nothing", "--title", "x"}, {"sync"}, {"watch"}, {"logout"}, {"rollback"},
-        {"add", "x", "--notebook", "nothing"}, {"import", "/nonexistent/path"},
+        {"add", "x", "--notebook", "nothing"}, {"import", "/nonexistent/path"}, {"add", "x", "--attach", "/nonexistent/path"},
+        {"add", "x", "--attach", "/tmp"}, {"passwd", "old", "new"}, {"delete-data"}, {"delete-account"},
+        {"register", "a=b"}, {"clients"}, {"reset-password", "u@example.org"}, {"get", "theme"},
     };
     for (const auto& arguments : failing) {
         Outcome outcome = host.run(arguments);
@@ -60,6 +63,9 @@ TEST_F(NotesProgramTest, FailuresAreStatus1AndOneLine) {
     host.must({"add", "x", "--guid", "G"});
     EXPECT_EQ(host.run({"add", "y", "--guid", "G"}).status, 1);
     EXPECT_EQ(host.run({"notebook", "y", "--guid", "G"}).status, 1);
+    // A file that cannot be read leaves the rest of the command undone, too.
+    EXPECT_EQ(host.run({"edit", "G", "--title", "changed", "--attach", "/nonexistent/path"}).status, 1);
+    EXPECT_EQ(host.must({"dump"}).find("changed"), std::string::npos);
 }
 
 TEST_F(NotesProgramTest, DumpStatesEveryObjectToTheLetter) {
@@ -122,15 +128,66 @@ TEST_F(NotesProgramTest, ExportGivesBackWhatImportTookIn) {
     write(tree / "sub dir/latin1", "caf\xE9");
     fs::create_directories(tree / "none");
     fs::create_symlink("a.txt", tree / "link");
+    write(tree / std::string("bad\xFFname"), "skipped");
     Outcome imported = host.run({"import", tree.string()});
-    EXPECT_EQ(imported.out, "imported 4 notebooks, 4 notes, 0 attachments\n");
+    EXPECT_EQ(imported.out, "imported 4 notebooks, 6 notes, 2 attachments\n");
     EXPECT_NE(imported.err.find("symbolic link"), std::string::npos);
-    EXPECT_EQ(host.must({"export", directory / "out"}), "exported 4 notebooks, 4 notes, 0 attachments");
-    for (const char* file : {"a.txt", "empty", "sub dir/ümlaut \"q\".txt", "sub dir/deep/b"}) {
+    EXPECT_NE(imported.err.find("bad?name: its name is not UTF-8"), std::string::npos) << imported.err;
+    EXPECT_EQ(host.must({"export", directory / "out"}), "exported 4 notebooks, 6 notes, 2 attachments");
+    for (const char* file : {"a.txt", "empty", "sub dir/ümlaut \"q\".txt", "sub dir/deep/b", "sub dir/binary", "sub dir/latin1"}) {
         EXPECT_EQ(contentOf(directory.path() / "out/tree" / file), contentOf(tree / file)) << file;
     }
     EXPECT_TRUE(fs::is_directory(directory.path() / "out/tree/none"));
+    Host second(directory / "second", "http://127.0.0.1:9");
+    EXPECT_EQ(second.must({"import", directory / "out/tree"}), "imported 4 notebooks, 6 notes, 2 attachments") << "the same tree again";
     EXPECT_EQ(host.run({"export", directory / "out"}).status, 1) << "the directory is not empty";
+}
+
+TEST_F(NotesProgramTest, AttachmentsGoWithTheirNote) {
+    write(directory / "two.PNG", std::string("\x89PNG\0\r\n", 7));
+    write(directory / "empty.bin", "");
+    host.must({"add", "With body", "--guid", "N1", "--body", "text", "--attach", directory / "two.PNG"});
+    host.must({"edit", "N1", "--attach", directory / "empty.bin", "--attach", directory / "two.PNG"});
+    EXPECT_EQ(host.must({"export", directory / "out"}), "exported 0 notebooks, 1 notes, 3 attachments");
+    EXPECT_EQ(contentOf(directory / "out/With body"), "text");
+    EXPECT_EQ(contentOf(directory / "out/two.PNG"), contentOf(directory / "two.PNG"));
+    EXPECT_EQ(contentOf(directory / "out/empty.bin"), "");
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory / "out"), {}), 4) << "the second of a name gets another one";
+
+    std::string dump = host.must({"dump"});
+    EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 3);
+    EXPECT_NE(dump.find(R"("fileName":"two.PNG","contentType":"image/png","byteCount":7,"content":{"bytes":7,"sha1":"4ea6616f5b47c0aed75f197310d715f9d543eb56"}},"relationships":{"note":"N1"}})"),
+              std::string::npos) << dump;
+    EXPECT_NE(dump.find(R"("fileName":"empty.bin","contentType":"application/octet-stream","byteCount":0},"relationships":{"note":"N1"}})"),
+              std::string::npos) << dump;
+    host.must({"rm", "N1"});
+    EXPECT_EQ(host.must({"dump"}), "") << "a note's attachments are deleted with it";
+}
+
+TEST_F(NotesProgramTest, PreferencesAreKeptAndPending) {
+    host.must({"set", "theme", "dark"});
+    host.must({"set", "editor.fontSize", "14 pt \"big\""});
+    EXPECT_EQ(host.must({"get", "theme"}), "dark");
+    EXPECT_EQ(host.must({"get", "editor.fontSize"}), "14 pt \"big\"");
+    EXPECT_EQ(host.must({"pending"}), "[]") << "nobody is logged in";
+    std::string hash = host.must({"hash"});
+
+    write(host.directory() / "account.json", R"({"email":"u@example.org","password":"pw","server":"http://127.0.0.1:9"})");
+    EXPECT_NE(host.must({"hash"}), hash) << "set preferences count for a user";
+    host.must({"set", "theme", "light"});
+    host.must({"unset", "editor.fontSize"});
+    EXPECT_EQ(host.run({"get", "editor.fontSize"}).status, 1);
+    EXPECT_EQ(host.must({"pending"}),
+              R"([{"guid":"u@example.org_preferences_editor.fontSize","type":"DELETE_XACTION","object_type":"GENERIC_OBJECT"},)"
+              R"({"guid":"u@example.org_preferences_theme","type":"UPDATE_XACTION","object_type":"GENERIC_OBJECT"}])");
+
+    write(host.directory() / "preferences.json", "[\"no preferences\"]");
+    Outcome outcome = host.run({"get", "theme"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.err.find("preferences.json.damaged"), std::string::npos) << outcome.err;
+    EXPECT_EQ(contentOf(host.directory() / "preferences.json.damaged"), "[\"no preferences\"]");
+    host.must({"set", "theme", "fresh"});
+    EXPECT_EQ(host.must({"get", "theme"}), "fresh");
 }
 
 TEST_F(NotesProgramTest, ExportNeverLeavesItsDirectory) {
