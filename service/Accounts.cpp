@@ -25,7 +25,8 @@ constexpr auto longestDelay = 10s;
 constexpr std::size_t mostRemembered = 100'000;  // accounts in each map
 
 constexpr Sql findUser{"SELECT id, password, password_version FROM users WHERE email = :email", "t:iti"};
-constexpr Sql addUser{"INSERT INTO users (email, password, password_version) VALUES (:email, :password, 1)", "tt:"};
+constexpr Sql addUser{
+    "INSERT INTO users (email, password, password_version) VALUES (:email, :password, 1) ON CONFLICT (email) DO NOTHING", "tt:"};
 
 std::string randomBytes(std::size_t count) {
     std::string bytes(count, '\0');
@@ -80,9 +81,8 @@ Response Accounts::signUp(std::string_view json) {
     if (!credentials) return Response::error(422, "Clients could not send this address and password.");
 
     const std::string hash = hashPassword(credentials->password);
-    return m_database.write([&](Connection& connection) {
-        if (connection.query(findUser, *email).next()) return Response::error(409, "This e-mail address is taken.");
-        connection.run(addUser, *email, hash);
+    return m_database.write(Database::nobody, [&](Connection& connection) {
+        if (connection.run(addUser, *email, hash) == 0) return Response::error(409, "This e-mail address is taken.");
         auto rows = connection.query(findUser, *email);
         rows.next();
         return Response::json(userAnswer(rows.integer(0)));

@@ -77,6 +77,7 @@ void BatchIntake::learnRelations() {
         for (auto& relationship : taken.transaction->relationships()) {
             relationship.end = m_relations.end(taken.transaction->className(), relationship.name, relationship.destination);
             if (!relationship.end.kept) continue;
+            relationship.destinations.clear();  // of an earlier try
             relationship.destinations.reserve(relationship.guids.size());
             for (const auto guid : relationship.guids) {
                 relationship.destinations.push_back(m_directory.obtain(guid, m_partition.nextObject));

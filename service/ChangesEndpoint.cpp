@@ -24,14 +24,16 @@ constexpr Sql dropAllRolled{"DELETE FROM rolled WHERE instance = :instance", "i:
 Response ChangesEndpoint::handle(const User& user, Body& body) {
     auto request = ChangesRequest::read(body.view());
     if (!request) return Response::error(400, "The request is no changes request.");
-    return m_database.write([&](Connection& connection) { return exchange(connection, user, *request); },
-                            [&] {
-                                if (m_written) m_written->markCurrent(m_writtenState);
-                            });
+    Written written;
+    return m_database.write(
+        user.id, [&](Connection& connection) { return exchange(connection, user, *request, written); },
+        [&] {
+            if (written.directory) written.directory->markCurrent(written.state);
+        });
 }
 
-Response ChangesEndpoint::exchange(Connection& connection, const User& user, ChangesRequest& request) {
-    m_written = nullptr;
+Response ChangesEndpoint::exchange(Connection& connection, const User& user, ChangesRequest& request, Written& written) {
+    written = {};
     const auto lock = m_locks.heldBy(connection, user.id, request.instance());
     if (!lock) return Locks::refusal(connection, user.id);
 
@@ -48,7 +50,8 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
 
     const bool mayReinstate = known && known->hasRolled(connection);
     if (!request.transactions().empty() || mayReinstate || partition.hash.empty()) {
-        GuidDirectory& directory = m_directories.current(connection, partition);
+        written.directory = m_directories.current(connection, partition);
+        GuidDirectory& directory = *written.directory;
         if (!request.transactions().empty() || mayReinstate) {
             partition.provisionalAbove = partition.highest;
             partition.provisionalObject = partition.nextObject;
@@ -64,8 +67,7 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
             }
         }
         partition.hash = directory.hash();
-        m_written = &directory;
-        m_writtenState = partition;
+        written.state = partition;
     }
     if (!(partition == before)) partition.store(connection);
     return Response::json(answer(connection, partition, instance, request, highest));

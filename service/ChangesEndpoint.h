@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <memory_resource>
 #include <string>
 #include <string_view>
@@ -22,7 +23,12 @@ public:
     Response handle(const User& user, Body& body);
 
 private:
-    Response exchange(Connection& connection, const User& user, ChangesRequest& request);
+    /// What is in memory of the partition, and what it will be current with after the commit.
+    struct Written {
+        std::shared_ptr<GuidDirectory> directory;  // ahead of the database; null when nothing was written
+        Partition state;
+    };
+    Response exchange(Connection& connection, const User& user, ChangesRequest& request, Written& written);
     /// Transactions that were rolled back and never came again, with all that they refer to.
     struct Reinstated {
         std::deque<std::string> bodies;
@@ -38,9 +44,7 @@ private:
     Database& m_database;
     Locks& m_locks;
     const std::int64_t m_page;
-    Directories m_directories;           // the writing transaction's thread only
-    GuidDirectory* m_written = nullptr;  // ahead of the database until the commit
-    Partition m_writtenState;
+    Directories m_directories;
 };
 
 }  // namespace velkor::service

@@ -1,20 +1,34 @@
 #include "service/Database.h"
 
+#include <soci/postgresql/soci-postgresql.h>
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include <filesystem>
 
+#include "platform/base/DurableStep.h"
 #include "platform/base/SystemLog.h"
-#include "service/Tables.h"
+#include "service/DatabaseProduct.h"
 
 namespace velkor::service {
 namespace {
 
-constexpr Sql beginWrite{"BEGIN IMMEDIATE", ":"};
-constexpr Sql beginRead{"BEGIN", ":"};
+using Remedy = DatabaseFailure::Remedy;
+
 constexpr Sql commitWork{"COMMIT", ":"};
 constexpr Sql rollbackWork{"ROLLBACK", ":"};
+constexpr int mostTimes = 5;  // that one transaction is tried
+
+NS::Error openFailure(const std::string& text) { return NS::Error::withDescription(NS::PlatformErrorDomain, 1, text); }
+
+/// What helps against a failure with this SQLSTATE.
+Remedy remedyFor(std::string_view state) {
+    if (state == "40001" || state == "40P01") return Remedy::again;  // serialisation failure, deadlock
+    // The connection broke, was ended by the server, or hung within a transaction for too long; without a state the server did
+    // not answer at all.
+    const bool lost = state.starts_with(' ') || state.starts_with("08") || state.starts_with("57P") || state == "25P03";
+    return lost ? Remedy::connectAnew : Remedy::none;
+}
 
 }  // namespace
 
@@ -23,6 +37,9 @@ void rethrowAsDatabaseFailure() {
         throw;
     } catch (const soci::sqlite3_soci_error& error) {
         throw DatabaseFailure(sqlite_api::sqlite3_errstr(error.result()));
+    } catch (const soci::postgresql_soci_error& error) {
+        const auto state = error.sqlstate();
+        throw DatabaseFailure(state.starts_with(' ') ? "the connection is lost" : "SQLSTATE " + state, remedyFor(state));
     } catch (const soci::soci_error& error) {
         throw DatabaseFailure("database failure of category " + std::to_string(error.get_error_category()));
     }
@@ -42,85 +59,110 @@ void Connection::runOnce(const std::string& text) {
 }
 
 NS::Result<std::unique_ptr<Database>> Database::open(const std::string& directory) {
-    auto failure = [](const std::string& text) { return NS::Error::withDescription(NS::PlatformErrorDomain, 1, text); };
     std::error_code error;
     std::filesystem::create_directories(directory, error);
-    if (error) return failure("cannot make the directory " + directory + ": " + error.message());
+    if (error) return openFailure("cannot make the directory " + directory + ": " + error.message());
     const std::string file = directory + "/velkord.sqlite";
-    if (file.find('"') != file.npos) return failure("the data directory's name must not hold a quotation mark");
-    std::unique_ptr<Database> database(new Database(file));
-    try {
-        database->prepare();
-    } catch (const DatabaseFailure& raised) {
-        return failure("cannot open the database " + file + ": " + raised.what());
-    }
+    if (file.find('"') != file.npos) return openFailure("the data directory's name must not hold a quotation mark");
+    auto database = prepared(embeddedDatabase(file), file);
     std::filesystem::permissions(file, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write, error);
     return database;
 }
 
+NS::Result<std::unique_ptr<Database>> Database::openServer(const std::string& url) {
+    try {
+        return prepared(serverDatabase(url), "on the server");
+    } catch (const DatabaseFailure& failure) {
+        return openFailure(failure.what());
+    }
+}
+
+NS::Result<std::unique_ptr<Database>> Database::prepared(std::unique_ptr<DatabaseProduct> product, const std::string& name) {
+    std::unique_ptr<Database> database(new Database(std::move(product)));
+    try {
+        database->write(nobody, [&](Connection& connection) {
+            bringTablesUpToDate(connection, database->m_product->tableDialect());
+            return true;
+        });
+    } catch (const DatabaseFailure& failure) {
+        return openFailure("cannot open the database " + name + ": " + failure.what());
+    }
+    return database;
+}
+
+Database::Database(std::unique_ptr<DatabaseProduct> product) : m_product(std::move(product)), m_turns(m_product->writers()) {}
 Database::~Database() = default;
 
-std::unique_ptr<Connection> Database::connect(bool writes) const {
-    return translateFailures([&] {
-        auto session = std::make_unique<soci::session>(soci::sqlite3, "dbname=\"" + m_file + "\" timeout=10");
-        auto connection = std::make_unique<Connection>(std::move(session));
-        if (writes) {
-            connection->runOnce("PRAGMA page_size=8192");
-            connection->runOnce("PRAGMA journal_mode=WAL");
-        }
-        connection->runOnce("PRAGMA synchronous=FULL");
-        // A large push stays in memory until it is committed; memory is taken as it is needed.
-        connection->runOnce(writes ? "PRAGMA cache_size=-262144" : "PRAGMA cache_size=-16384");
-        return connection;
-    });
-}
-
-void Database::prepare() {
-    m_writer = connect(true);
-    m_writer->run(beginWrite);
-    bringTablesUpToDate(*m_writer, TableDialect{.serialKey = "INTEGER PRIMARY KEY", .givenKey = "INTEGER PRIMARY KEY"});
-    m_writer->run(commitWork);
-}
-
-Database::Reader::Reader(Database& database) : m_database(database) {
+std::unique_ptr<Connection> Database::take(Pool& pool) {
     {
-        std::lock_guard guard(database.m_readersMutex);
-        if (!database.m_readers.empty()) {
-            m_connection = std::move(database.m_readers.back());
-            database.m_readers.pop_back();
+        std::lock_guard guard(pool.mutex);
+        if (!pool.idle.empty()) {
+            auto connection = std::move(pool.idle.back());
+            pool.idle.pop_back();
+            return connection;
         }
     }
-    if (!m_connection) m_connection = database.connect(false);
-    m_connection->run(beginRead);
+    return m_product->connect(pool.writes);
+}
+
+void Database::giveBack(Pool& pool, std::unique_ptr<Connection> connection) {
+    std::lock_guard guard(pool.mutex);
+    pool.idle.push_back(std::move(connection));
+}
+
+bool Database::remedies(const DatabaseFailure& failure, int times) {
+    if (failure.remedy() == Remedy::none || times >= mostTimes) return false;
+    if (failure.remedy() == Remedy::connectAnew) {
+        // What happened to one connection has probably happened to all.
+        for (Pool* pool : {&m_readers, &m_writers}) {
+            std::lock_guard guard(pool->mutex);
+            pool->idle.clear();
+        }
+    }
+    return true;
+}
+
+Database::Reader::Reader(Database& database)
+    : m_database(database), m_connection(database.take(database.m_readers)) {
+    m_database.m_product->beginReading(*m_connection);
 }
 
 Database::Reader::~Reader() {
     try {
         m_connection->run(commitWork);
+        m_database.giveBack(m_database.m_readers, std::move(m_connection));
     } catch (const DatabaseFailure& failure) {
+        // The connection is given up.
         NS::systemLog(std::string("velkord: cannot end reading: ") + failure.what());
-        return;  // the connection is given up
     }
-    std::lock_guard guard(m_database.m_readersMutex);
-    m_database.m_readers.push_back(std::move(m_connection));
 }
 
-Database::Writer::Writer(Database& database) : m_database(database), m_turn(database.m_writeMutex) {
-    m_database.m_writer->run(beginWrite);
+Database::Writer::Writer(Database& database, std::int64_t user)
+    : m_database(database),
+      m_turn(database.m_turns[static_cast<std::size_t>(user) % database.m_turns.size()]),
+      m_connection(database.take(database.m_writers)) {
+    m_database.m_product->beginWriting(*m_connection, user);
 }
 
 Database::Writer::~Writer() {
-    if (!m_open) return;
     try {
-        m_database.m_writer->run(rollbackWork);
+        if (m_open) m_connection->run(rollbackWork);
+        m_database.giveBack(m_database.m_writers, std::move(m_connection));
     } catch (const DatabaseFailure& failure) {
+        // The connection is given up, and with it the transaction.
         NS::systemLog(std::string("velkord: cannot undo a transaction: ") + failure.what());
     }
 }
 
 void Database::Writer::commit() {
     NS::durableStep("service commit");
-    m_database.m_writer->run(commitWork);
+    try {
+        m_connection->run(commitWork);
+    } catch (const DatabaseFailure& failure) {
+        // Whether a commit whose answer got lost took place, nobody knows: the client asks again.
+        if (failure.remedy() == Remedy::connectAnew) throw DatabaseFailure(failure.what());
+        throw;
+    }
     m_open = false;
 }
 

@@ -1,15 +1,14 @@
 #pragma once
 
-#include <condition_variable>
+#include <cstdint>
+#include <deque>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "platform/base/DurableStep.h"
 #include "platform/base/Result.h"
 #include "service/Statement.h"
 
@@ -18,11 +17,16 @@ namespace velkor::service {
 /// The database cannot do what it was asked. The text is made for the log: it holds neither SQL nor values.
 class DatabaseFailure : public std::exception {
 public:
-    explicit DatabaseFailure(std::string text) : m_text(std::move(text)) {}
+    /// What may help: nothing, the same transaction again, or the same on a new connection.
+    enum class Remedy { none, again, connectAnew };
+
+    explicit DatabaseFailure(std::string text, Remedy remedy = Remedy::none) : m_text(std::move(text)), m_remedy(remedy) {}
     const char* what() const noexcept override { return m_text.c_str(); }
+    Remedy remedy() const noexcept { return m_remedy; }
 
 private:
     std::string m_text;
+    Remedy m_remedy;
 };
 
 /// Turns the failure that is being handled into a DatabaseFailure.
@@ -66,37 +70,59 @@ private:
     std::unordered_map<const Sql*, std::unique_ptr<Statement>> m_statements;
 };
 
-/// The service's database: one connection that writes and several that read. Any thread. What differs between database products
-/// is known here and nowhere else.
+class DatabaseProduct;
+
+/// The service's database: connections that write and connections that read. Any thread. What differs between database products
+/// is known in the files of this name and nowhere else.
 class Database {
 public:
     /// Opens the embedded database of the directory, which is made when missing, and brings its tables up to date.
     static NS::Result<std::unique_ptr<Database>> open(const std::string& directory);
+    /// Opens the PostgreSQL database that the URL names, which other processes may use at the same time, and brings its tables up
+    /// to date. The error says nothing of passwords.
+    static NS::Result<std::unique_ptr<Database>> openServer(const std::string& url);
     ~Database();
 
-    /// Runs the body in a transaction that sees one state of the database and changes nothing.
+    /// The writer that stands for no user.
+    static constexpr std::int64_t nobody = 0;
+
+    /// Runs the body in a transaction that sees one state of the database and changes nothing. The body runs again when the
+    /// database asks for it.
     template <class F>
     auto read(F&& body) {
-        Reader reader(*this);
-        return body(reader.connection());
+        return repeated([&] {
+            Reader reader(*this);
+            return body(reader.connection());
+        });
     }
 
-    /// Runs the body in the one writing transaction; what it did is durable when `write` returns, and undone when the body
-    /// raises. `committed` is called after the commit, still as the only writer.
+    /// Runs the body in the one transaction that writes for that user, in whatever process; it touches nothing of other users.
+    /// What it did is durable when `write` returns, and undone when the body raises. The body runs again, after all it did was
+    /// undone, when the database asks for it. `committed` is called after the commit, still as this process's only writer for
+    /// that user.
     template <class F, class C>
-    auto write(F&& body, C&& committed) {
-        Writer writer(*this);
-        auto result = body(writer.connection());
-        writer.commit();
-        committed();
-        return result;
+    auto write(std::int64_t user, F&& body, C&& committed) {
+        return repeated([&] {
+            Writer writer(*this, user);
+            auto result = body(writer.connection());
+            writer.commit();
+            committed();
+            return result;
+        });
     }
     template <class F>
-    auto write(F&& body) {
-        return write(std::forward<F>(body), [] {});
+    auto write(std::int64_t user, F&& body) {
+        return write(user, std::forward<F>(body), [] {});
     }
 
 private:
+    /// Connections that nobody uses at the moment.
+    struct Pool {
+        const bool writes;
+        std::mutex mutex{};  // guards idle
+        std::vector<std::unique_ptr<Connection>> idle{};
+    };
+
     class Reader {
     public:
         explicit Reader(Database& database);
@@ -110,26 +136,39 @@ private:
 
     class Writer {
     public:
-        explicit Writer(Database& database);
+        Writer(Database& database, std::int64_t user);
         ~Writer();
-        Connection& connection() { return *m_database.m_writer; }
+        Connection& connection() { return *m_connection; }
         void commit();
 
     private:
         Database& m_database;
         std::unique_lock<std::mutex> m_turn;
+        std::unique_ptr<Connection> m_connection;
         bool m_open = true;
     };
 
-    explicit Database(std::string file) : m_file(std::move(file)) {}
-    std::unique_ptr<Connection> connect(bool writes) const;
-    void prepare();
+    explicit Database(std::unique_ptr<DatabaseProduct> product);
+    static NS::Result<std::unique_ptr<Database>> prepared(std::unique_ptr<DatabaseProduct> product, const std::string& name);
+    std::unique_ptr<Connection> take(Pool& pool);
+    void giveBack(Pool& pool, std::unique_ptr<Connection> connection);
+    /// Whether the work that failed shall be done again, for the n-th time.
+    bool remedies(const DatabaseFailure& failure, int times);
 
-    const std::string m_file;
-    std::mutex m_writeMutex;  // guards m_writer
-    std::unique_ptr<Connection> m_writer;
-    std::mutex m_readersMutex;  // guards m_readers
-    std::vector<std::unique_ptr<Connection>> m_readers;
+    template <class F>
+    auto repeated(F&& work) {
+        for (int times = 1;; ++times) {
+            try {
+                return work();
+            } catch (const DatabaseFailure& failure) {
+                if (!remedies(failure, times)) throw;
+            }
+        }
+    }
+
+    const std::unique_ptr<DatabaseProduct> m_product;
+    std::deque<std::mutex> m_turns;  // of the writers; a user's is always the same
+    Pool m_readers{.writes = false}, m_writers{.writes = true};
 };
 
 }  // namespace velkor::service

@@ -7,17 +7,22 @@ constexpr std::size_t mostGuids = 4'000'000;  // about 100 bytes each
 
 }  // namespace
 
-GuidDirectory& Directories::current(Connection& connection, const Partition& partition) {
-    if (auto found = m_places.find(partition.id); found != m_places.end()) {
+std::shared_ptr<GuidDirectory> Directories::current(Connection& connection, const Partition& partition) {
+    auto directory = obtain(partition.id);
+    directory->refresh(connection, partition);
+    return directory;
+}
+
+std::shared_ptr<GuidDirectory> Directories::obtain(std::int64_t partition) {
+    std::lock_guard guard(m_mutex);
+    if (auto found = m_places.find(partition); found != m_places.end()) {
         m_directories.splice(m_directories.begin(), m_directories, found->second);
     } else {
         trim();
-        m_directories.emplace_front(partition.id, std::make_unique<GuidDirectory>(partition.id));
-        m_places.emplace(partition.id, m_directories.begin());
+        m_directories.emplace_front(partition, std::make_shared<GuidDirectory>(partition));
+        m_places.emplace(partition, m_directories.begin());
     }
-    GuidDirectory& directory = *m_directories.front().second;
-    directory.refresh(connection, partition);
-    return directory;
+    return m_directories.front().second;
 }
 
 void Directories::trim() {

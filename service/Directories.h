@@ -3,23 +3,26 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <mutex>
 #include <unordered_map>
 
 #include "service/GuidDirectory.h"
 
 namespace velkor::service {
 
-/// The directories of the partitions that were written to lately. The writing transaction's thread only.
+/// The directories of the partitions that were written to lately. Any thread.
 class Directories {
 public:
-    /// The partition's directory, current. It stays valid for this transaction.
-    GuidDirectory& current(Connection& connection, const Partition& partition);
+    /// The partition's directory, current: for the transaction that writes for the partition's user.
+    std::shared_ptr<GuidDirectory> current(Connection& connection, const Partition& partition);
 
 private:
+    std::shared_ptr<GuidDirectory> obtain(std::int64_t partition);
     /// Drops the directories that were not used for longest until no more than `mostGuids` guids are held.
     void trim();
 
-    std::list<std::pair<std::int64_t, std::unique_ptr<GuidDirectory>>> m_directories;  // the one used last is first
+    std::mutex m_mutex;  // guards the rest, but not what is in the directories
+    std::list<std::pair<std::int64_t, std::shared_ptr<GuidDirectory>>> m_directories;  // the one used last is first
     std::unordered_map<std::int64_t, decltype(m_directories)::iterator> m_places;
 };
 

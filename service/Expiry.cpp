@@ -68,14 +68,13 @@ NS::Result<void> expireObject(Connection& connection, Partition& partition, std:
 }  // namespace
 
 NS::Result<void> expire(Database& database, std::string_view email, std::string_view app, std::string_view guid) {
-    return database.write([&](Connection& connection) -> NS::Result<void> {
-        std::int64_t user = 0;
-        {
-            auto rows = connection.query(findUser, email);
-            if (!rows.next()) return failure("there is no such user");
-            user = rows.integer(0);
-        }
-        auto partition = Partition::find(connection, user, app);
+    const auto user = database.read([&](Connection& connection) -> std::optional<std::int64_t> {
+        auto rows = connection.query(findUser, email);
+        return rows.next() ? std::optional(rows.integer(0)) : std::nullopt;
+    });
+    if (!user) return failure("there is no such user");
+    return database.write(*user, [&](Connection& connection) -> NS::Result<void> {
+        auto partition = Partition::find(connection, *user, app);
         if (!partition) return failure("the user has no data of this app");
         return expireObject(connection, *partition, guid);
     });

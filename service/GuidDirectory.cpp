@@ -84,6 +84,7 @@ void GuidDirectory::clear() {
     m_guids.clear();
     m_kinds.clear();
     m_objects.clear();
+    m_size = 0;
     m_live.clear();
     m_added.clear();
     m_removed = false;
@@ -101,6 +102,7 @@ void GuidDirectory::add(std::uint32_t object, std::string_view guid, ObjectKind 
     }
     m_guids[object] = {bytes, guid.size()};
     m_objects.emplace(m_guids[object], object);
+    m_size = m_objects.size();
     setKind(object, kind);
 }
 

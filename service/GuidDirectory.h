@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <boost/unordered/unordered_flat_map.hpp>
 #include <cstdint>
 #include <memory_resource>
@@ -14,7 +15,8 @@
 namespace velkor::service {
 
 /// The objects of one partition in memory: guid to number and back, and the SYNC_HASH of the live ones, kept sorted. It is read
-/// from the database once, and again only when another process has changed the partition. The writing transaction's thread only.
+/// from the database once, and again only when another process has changed the partition. One transaction at a time: the one that
+/// writes for the partition's user.
 class GuidDirectory {
 public:
     explicit GuidDirectory(std::int64_t partition) : m_partition(partition) {}
@@ -35,7 +37,8 @@ public:
 
     /// The SYNC_HASH over the live guids.
     const std::string& hash();
-    std::size_t size() const { return m_objects.size(); }
+    /// How many objects there are. Any thread.
+    std::size_t size() const { return m_size; }
 
 private:
     void clear();
@@ -50,6 +53,7 @@ private:
     std::vector<std::string_view> m_guids;                         // by object; [0] is not used
     std::vector<ObjectKind> m_kinds;                               // by object
     boost::unordered_flat_map<std::string_view, std::uint32_t> m_objects;
+    std::atomic<std::size_t> m_size = 0;  // of m_objects
 
     std::vector<std::string_view> m_live;   // sorted; as of the last merge
     std::vector<std::string_view> m_added;  // live since then, in any order

@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "PelmoLib/encodings/VLKLog.h"
 #include "json/JSONWriter.h"
 #include "platform/base/Date.h"
 #include "service/Partition.h"
@@ -47,7 +48,10 @@ Response busy(const Lock& lock) {
 }  // namespace
 
 Locks::Locks(Database& database, std::int64_t leaseSeconds, Clock now)
-    : m_database(database), m_lease(leaseSeconds * 1000), m_now(std::move(now)) {}
+    : m_database(database),
+      m_lease(leaseSeconds * 1000),
+      m_now(std::move(now)),
+      m_arrivals(std::chrono::milliseconds(m_lease / touchesPerLease), [this](std::int64_t user) { keepAlive(user); }) {}
 
 std::int64_t Locks::systemMilliseconds() {
     using namespace std::chrono;
@@ -55,7 +59,7 @@ std::int64_t Locks::systemMilliseconds() {
 }
 
 Response Locks::lock(const User& user, std::string_view app, std::string_view instance) {
-    return m_database.write([&](Connection& connection) {
+    return m_database.write(user.id, [&](Connection& connection) {
         const auto lock = find(connection, user.id);
         if (lock && lock->held && lock->instance != instance && !isSilent(*lock, user.id)) return busy(*lock);
         Partition::settleAll(connection, user.id);
@@ -65,7 +69,7 @@ Response Locks::lock(const User& user, std::string_view app, std::string_view in
 }
 
 Response Locks::unlock(const User& user, std::string_view instance) {
-    return m_database.write([&](Connection& connection) {
+    return m_database.write(user.id, [&](Connection& connection) {
         const auto lock = find(connection, user.id);
         if (lock && lock->isHeldBy(instance)) {
             Partition::settleAll(connection, user.id);
@@ -96,30 +100,28 @@ Response Locks::refusal(Connection& connection, std::int64_t user) {
 
 void Locks::noteActivity(std::int64_t user, std::string_view instance) {
     const auto lock = m_database.read([&](Connection& connection) { return find(connection, user); });
-    if (!lock || !lock->isHeldBy(instance) || m_now() - lock->active < m_lease / touchesPerLease) return;
-    m_database.write([&](Connection& connection) { return heldBy(connection, user, instance).has_value(); });
+    if (!lock || !lock->isHeldBy(instance) || isOfLate(*lock)) return;
+    m_database.write(user, [&](Connection& connection) { return heldBy(connection, user, instance).has_value(); });
 }
 
+bool Locks::isOfLate(const Lock& lock) const { return m_now() - lock.active < m_lease / touchesPerLease; }
+
 void Locks::touch(Connection& connection, std::int64_t user, const Lock& lock) {
-    const auto now = m_now();
-    if (now - lock.active >= m_lease / touchesPerLease) connection.run(touchLock, now, user, lock.serial);
+    if (!isOfLate(lock)) connection.run(touchLock, m_now(), user, lock.serial);
+}
+
+void Locks::keepAlive(std::int64_t user) {
+    try {
+        const auto lock = m_database.read([&](Connection& connection) { return find(connection, user); });
+        if (!lock || !lock->held || isOfLate(*lock)) return;
+        m_database.write(user, [&](Connection& connection) { return connection.run(touchLock, m_now(), user, lock->serial); });
+    } catch (const DatabaseFailure& failure) {
+        VLKLog::sharedInstance().logMessageAtLevel(100, "The database failed: %@", failure.what());
+    }
 }
 
 bool Locks::isSilent(const Lock& lock, std::int64_t user) const {
-    if (m_now() - lock.active < m_lease + m_lease / touchesPerLease) return false;
-    std::lock_guard guard(m_mutex);
-    return !m_arrivals.contains(user);
-}
-
-Locks::Arrival::Arrival(Locks& locks, std::int64_t user) : m_locks(locks), m_user(user) {
-    std::lock_guard guard(locks.m_mutex);
-    ++locks.m_arrivals[user];
-}
-
-Locks::Arrival::~Arrival() {
-    std::lock_guard guard(m_locks.m_mutex);
-    auto found = m_locks.m_arrivals.find(m_user);
-    if (--found->second == 0) m_locks.m_arrivals.erase(found);
+    return m_now() - lock.active >= m_lease + m_lease / touchesPerLease && !m_arrivals.has(user);
 }
 
 }  // namespace velkor::service

@@ -2,13 +2,12 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "service/Accounts.h"
+#include "service/Arrivals.h"
 #include "service/Database.h"
 #include "service/HttpMessage.h"
 
@@ -48,30 +47,22 @@ public:
     /// Notes that the instance was heard of, outside of any transaction.
     void noteActivity(std::int64_t user, std::string_view instance);
 
-    /// While it lives, the user's lock is not taken over: a request is on its way in.
-    class Arrival {
-    public:
-        Arrival(Locks& locks, std::int64_t user);
-        ~Arrival();
-        Arrival(const Arrival&) = delete;
-        Arrival& operator=(const Arrival&) = delete;
-
-    private:
-        Locks& m_locks;
-        const std::int64_t m_user;
-    };
+    /// While a user has a request on its way in, the user's lock is not taken over.
+    Arrivals& arrivals() { return m_arrivals; }
 
     static std::int64_t systemMilliseconds();
 
 private:
     bool isSilent(const Lock& lock, std::int64_t user) const;
+    bool isOfLate(const Lock& lock) const;
     void touch(Connection& connection, std::int64_t user, const Lock& lock);
+    /// Counts the holder, whoever it is, as active.
+    void keepAlive(std::int64_t user);
 
     Database& m_database;
     const std::int64_t m_lease;  // milliseconds
     const Clock m_now;
-    mutable std::mutex m_mutex;              // guards m_arrivals
-    std::map<std::int64_t, int> m_arrivals;  // requests on their way in, by user
+    Arrivals m_arrivals;  // last: its thread uses the rest
 };
 
 }  // namespace velkor::service

@@ -45,7 +45,8 @@ std::map<std::string, Setter, std::less<>> settersOf(Options& options) {
             return !value.empty();
         };
     };
-    std::map<std::string, Setter, std::less<>> setters{{"--data", text(options.dataDirectory)}};
+    std::map<std::string, Setter, std::less<>> setters{{"--data", text(options.dataDirectory)},
+                                                       {"--database", text(options.databaseUrl)}};
     if (options.expire) {
         setters["--user"] = text(options.expire->user);
         setters["--app"] = text(options.expire->app);
@@ -92,17 +93,19 @@ NS::Result<Options> Options::parse(std::span<const char* const> arguments) {
 }
 
 std::string_view Options::usage() {
-    return "usage: velkord [--data DIR] [--listen HOST:PORT] [--lease SECONDS] [--page N] [--max-body BYTES] [--log-level N]\n"
-           "       velkord expire --user EMAIL --app APP --guid GUID [--data DIR]";
+    return "usage: velkord [--data DIR] [--listen HOST:PORT] [--database URL] [--lease SECONDS] [--page N] [--max-body BYTES]\n"
+           "               [--log-level N]\n"
+           "       velkord expire --user EMAIL --app APP --guid GUID [--data DIR | --database URL]";
 }
 
 std::string Options::helpText() {
     return std::string(usage()) + R"(
 
-Serves the sync protocol over HTTP from an embedded SQLite database. `expire` marks an object as expired for all clients of a user.
+Serves the sync protocol over HTTP from an embedded SQLite database, or from PostgreSQL. `expire` marks an object as expired for all clients of a user.
 
   --data DIR           directory of the database, made when missing ($XDG_DATA_HOME/velkord)
   --listen HOST:PORT   address; port 0 takes a free one and prints it (127.0.0.1:8330)
+  --database URL       keeps everything in this PostgreSQL database, which several velkord may share (postgresql://...)
   --lease SECONDS      silence after which another client may take a user's lock (120)
   --page N             transactions that one answer carries at most; more are fetched page by page (500)
   --max-body BYTES     longest request body (1 GiB)

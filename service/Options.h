@@ -12,6 +12,7 @@ namespace velkor::service {
 /// What the command line says.
 struct Options {
     std::string dataDirectory;  // absolute or relative; made when missing
+    std::string databaseUrl;    // of a PostgreSQL database; empty for the embedded one
     std::string host = "127.0.0.1";
     std::uint16_t port = 8330;        // 0 takes a free one
     std::int64_t leaseSeconds = 120;  // silence after which another instance may take a lock

@@ -44,7 +44,7 @@ Response rollBack(Database& database, Locks& locks, const User& user, std::strin
     constexpr std::array<FormField, 1> fields{FormField{"instance_id"}};
     const auto instance = readForm(form, fields)[0];
     if (!instance || instance->find('\0') != instance->npos) return Response::error(400, "The request names no instance.");
-    return database.write([&](Connection& connection) {
+    return database.write(user.id, [&](Connection& connection) {
         if (!locks.heldBy(connection, user.id, *instance)) return Response::json("{}");
         std::vector<std::string> apps;
         {

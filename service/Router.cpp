@@ -105,7 +105,7 @@ std::optional<Response> Router::admit(Request& head, std::size_t bodySize) {
     if (!route.answer) return std::nullopt;
     auto user = m_accounts.authenticate(head);
     if (auto* refusal = std::get_if<Response>(&user)) return std::move(*refusal);
-    head.hold = std::make_shared<Locks::Arrival>(m_locks, std::get<User>(user).id);
+    head.hold = std::make_shared<Arrivals::Arrival>(m_locks.arrivals(), std::get<User>(user).id);
     return std::nullopt;
 }
 

@@ -23,7 +23,7 @@ bool isSchema(std::string_view json) {
 
 Response takeSchema(Database& database, const User& user, std::string_view app, std::string_view json) {
     if (!isSchema(json)) return Response::error(400, "The request is no schema description.");
-    return database.write([&](Connection& connection) {
+    return database.write(user.id, [&](Connection& connection) {
         connection.run(keepSchema, Partition::obtain(connection, user.id, app).id, "", json);
         return Response::json("{}");
     });

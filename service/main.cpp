@@ -49,7 +49,8 @@ int main(int count, char** arguments) {
     }
     if (options.value().help) return std::fputs(Options::helpText().c_str(), stdout) < 0;
     VLKLog::sharedInstance().setLogLevel(options.value().logLevel);
-    auto database = Database::open(options.value().dataDirectory);
+    const std::string& url = options.value().databaseUrl;
+    auto database = url.empty() ? Database::open(options.value().dataDirectory) : Database::openServer(url);
     if (!database) return fail(database.error().localizedDescription());
     if (const auto& what = options.value().expire) {
         const auto done = expire(*database.value(), what->user, what->app, what->guid);

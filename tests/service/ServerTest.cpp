@@ -25,9 +25,9 @@ std::string velkord() { return std::filesystem::read_symlink("/proc/self/exe").r
 /// A running velkord on a free port.
 class Program {
 public:
-    explicit Program(const std::string& directory, std::vector<std::string> options = {}) {
-        std::vector<std::string> words{velkord(), "--data", directory, "--listen", "127.0.0.1:0"};
-        words.insert(words.end(), options.begin(), options.end());
+    explicit Program(const TestDatabase& database, std::vector<std::string> options = {}) {
+        std::vector<std::string> words{velkord(), "--listen", "127.0.0.1:0"};
+        for (const auto& more : {database.options(), options}) words.insert(words.end(), more.begin(), more.end());
         std::array<int, 2> output;
         if (pipe(output.data()) != 0) throw std::runtime_error("no pipe");
         m_pid = spawn(words, output[1]);
@@ -155,11 +155,12 @@ protected:
     }
 
     TemporaryDirectory m_directory;
+    TestDatabase m_place{m_directory.path()};
 };
 
 TEST_F(ServerTest, everyAnsweredRequestSurvivesAKill) {
     for (int round = 0; round < 3; ++round) {
-        Program program(m_directory.path());
+        Program program(m_place);
         if (round == 0) signUp(program);
         // Requests are under way when the kill comes; what was answered must be there afterwards.
         std::atomic<int> answered = 0;
@@ -177,7 +178,7 @@ TEST_F(ServerTest, everyAnsweredRequestSurvivesAKill) {
         EXPECT_EQ(program.end(SIGKILL), -1);
         writer.join();
 
-        Program again(m_directory.path());
+        Program again(m_place);
         TestClient a = client(again, "A"), b = client(again, "B" + std::to_string(round));
         EXPECT_EQ(b.lock().status, 409);  // the lock survives as well
         a.lock();
@@ -190,7 +191,9 @@ TEST_F(ServerTest, everyAnsweredRequestSurvivesAKill) {
 }
 
 TEST_F(ServerTest, usersAndInstancesAtTheSameTime) {
-    Program program(m_directory.path(), {"--page", "50"});
+    Program program(m_place, {"--page", "50"});
+    // Two processes on one database, where that is possible.
+    std::unique_ptr<Program> other = test::isOnPostgreSQL() ? std::make_unique<Program>(m_place) : nullptr;
     constexpr int users = 4, rounds = 15;
     std::vector<std::thread> threads;
     std::array<std::array<std::string, 2>, users> hashes;
@@ -200,7 +203,8 @@ TEST_F(ServerTest, usersAndInstancesAtTheSameTime) {
         ASSERT_EQ(program.exchange()("POST", "/users.json", "", jsonText({{"user", account}})).status, 200);
         for (int side = 0; side < 2; ++side) {
             threads.emplace_back([&, user, side, email] {
-                TestClient one(program.exchange(), email, "secret", side == 0 ? "A" : "B");
+                const Program& server = side == 1 && other ? *other : program;
+                TestClient one(server.exchange(), email, "secret", side == 0 ? "A" : "B");
                 for (int i = 0; i < rounds; ++i) {
                     while (one.lock().status != 200) std::this_thread::yield();
                     std::vector<NS::Dictionary> edits;
@@ -223,7 +227,7 @@ TEST_F(ServerTest, usersAndInstancesAtTheSameTime) {
 }
 
 TEST_F(ServerTest, stopsAfterTheRequestsInHand) {
-    Program program(m_directory.path());
+    Program program(m_place);
     signUp(program);
     TestClient a = client(program, "A");
     a.lock();
@@ -242,13 +246,13 @@ TEST_F(ServerTest, stopsAfterTheRequestsInHand) {
     EXPECT_TRUE(answer.starts_with("HTTP/1.1 200 OK")) << answer;
     EXPECT_NE(answer.find("Connection: close"), answer.npos);
     stopper.join();
-    Program again(m_directory.path());
+    Program again(m_place);
     TestClient b = client(again, "A");
     EXPECT_EQ(b.lock().status, 200);
 }
 
 TEST_F(ServerTest, speaksHttpAsClientsDo) {
-    Program program(m_directory.path(), {"--max-body", "1000000"});
+    Program program(m_place, {"--max-body", "1000000"});
     signUp(program);
     const std::string head = " HTTP/1.1\r\nHost: x\r\nAuthorization: " + basic("u@example.org", "secret") + "\r\n";
     TestClient a = client(program, "A");
@@ -300,16 +304,14 @@ TEST_F(ServerTest, speaksHttpAsClientsDo) {
 }
 
 TEST_F(ServerTest, expiresWhileItRuns) {
-    Program program(m_directory.path());
+    Program program(m_place);
     signUp(program);
     TestClient a = client(program, "A");
     a.cycle({insertOf("n1", "one"), insertOf("n2", "two")});
     const std::string before = a.hash;
-    const std::vector<std::string> command{
-        velkord(), "expire", "--data", m_directory.path(), "--user", "u@example.org", "--app", "app", "--guid"};
     auto expire = [&](const std::string& guid) {
-        auto words = command;
-        words.push_back(guid);
+        std::vector<std::string> words{velkord(), "expire", "--user", "u@example.org", "--app", "app", "--guid", guid};
+        for (const auto& word : m_place.options()) words.push_back(word);
         return Program::run(words);
     };
     EXPECT_EQ(expire("n1"), 0);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -16,6 +17,7 @@
 #include "json/CJSONSerializer.h"
 #include "platform/base/Value.h"
 #include "service/Router.h"
+#include "tests/support/PostgreSQL.h"
 
 namespace velkor::service {
 
@@ -31,6 +33,28 @@ public:
 
 private:
     std::string m_path;
+};
+
+/// Where a test's service keeps its data: embedded in a directory, or on the server of this run of the tests.
+class TestDatabase {
+public:
+    explicit TestDatabase(const std::string& directory) : m_directory(directory) {
+        if (test::isOnPostgreSQL()) m_server = std::make_unique<test::PostgreSQLDatabase>();
+    }
+    std::unique_ptr<Database> open() const {
+        auto opened = m_server ? Database::openServer(m_server->url()) : Database::open(m_directory);
+        if (!opened) throw std::runtime_error(opened.error().localizedDescription());
+        return std::move(opened).value();
+    }
+    /// What tells the program to use it.
+    std::vector<std::string> options() const {
+        if (m_server) return {"--database", m_server->url()};
+        return {"--data", m_directory};
+    }
+
+private:
+    const std::string m_directory;
+    std::unique_ptr<test::PostgreSQLDatabase> m_server;
 };
 
 inline std::string jsonText(const NS::Dictionary& dictionary) {
@@ -202,7 +226,8 @@ inline std::vector<std::string> summary(const std::vector<NS::Dictionary>& trans
     return lines;
 }
 
-/// A service on a database of its own, with the user "u@example.org", whose password is "secret".
+/// A service on a database of its own, with the user "u@example.org", whose password is "secret". On PostgreSQL there are two,
+/// which take the requests in turn, as two processes would.
 class ServiceFixture : public testing::Test {
 protected:
     ServiceFixture() { VLKLog::sharedInstance().setLogLevel(0); }
@@ -210,13 +235,15 @@ protected:
     void SetUp() override { start(); }
 
     void start(Router::Settings settings = {}) {
-        m_router.reset();
-        m_database.reset();
-        auto opened = Database::open(m_directory.path() + "/data");
-        ASSERT_TRUE(opened) << opened.error().localizedDescription();
-        m_database = std::move(opened).value();
-        settings.now = [this] { return m_time; };
+        for (auto* router : {&m_router, &m_otherRouter}) router->reset();
+        for (auto* database : {&m_database, &m_otherDatabase}) database->reset();
+        settings.now = [this] { return m_time.load(); };
+        m_database = m_place.open();
         m_router = std::make_unique<Router>(*m_database, settings);
+        if (test::isOnPostgreSQL()) {
+            m_otherDatabase = m_place.open();
+            m_otherRouter = std::make_unique<Router>(*m_otherDatabase, settings);
+        }
         if (!m_signedUp) m_signedUp = signUp("u@example.org", "secret").status == 200;
     }
     Response signUp(const std::string& email, const std::string& password) {
@@ -231,7 +258,8 @@ protected:
             request.target = target;
             request.authorization = authorization;
             request.body = Body(body);
-            return m_router->handle(request);
+            const bool other = m_otherRouter && m_requests++ % 2 == 1;
+            return (other ? m_otherRouter : m_router)->handle(request);
         };
     }
     TestClient client(const std::string& instance, const std::string& app = "app") {
@@ -239,9 +267,12 @@ protected:
     }
 
     TemporaryDirectory m_directory;
+    TestDatabase m_place{m_directory.path() + "/data"};
     std::unique_ptr<Database> m_database;
-    std::unique_ptr<Router> m_router;
-    std::int64_t m_time = 1'700'000'000'000;
+    std::unique_ptr<Database> m_otherDatabase;  // null unless on PostgreSQL
+    std::unique_ptr<Router> m_router, m_otherRouter;
+    std::atomic<std::int64_t> m_time = 1'700'000'000'000;
+    int m_requests = 0;
     bool m_signedUp = false;
 };
 
