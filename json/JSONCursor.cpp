@@ -70,9 +70,10 @@ bool JSONCursor::value(NS::Value& value) { return ok() && scanJSONObject(value);
 bool JSONCursor::skip() { return ok() && skip(0); }
 
 bool JSONCursor::skip(int depth) {
-    if (depth > maximumDepth) return fail(Fault::nesting);
     std::string_view text;
-    switch (peek()) {
+    const char first = peek();
+    if (depth >= maximumDepth && (first == '{' || first == '[')) return fail(Fault::nesting);
+    switch (first) {
         case '"':
             return string(text);
         case '{':

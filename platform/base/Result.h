@@ -19,7 +19,8 @@ public:
     explicit operator bool() const noexcept { return ok(); }
     T& value() & { return std::get<0>(m_content); }
     const T& value() const& { return std::get<0>(m_content); }
-    T&& value() && { return std::get<0>(std::move(m_content)); }
+    /// By value: what a range-for over a temporary result walks through lives as long as the loop.
+    T value() && { return std::get<0>(std::move(m_content)); }
     const Error& error() const { return std::get<1>(m_content); }
 
 private:

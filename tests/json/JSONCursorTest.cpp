@@ -132,9 +132,15 @@ TEST(JSONCursorTest, aFailureLasts) {
     EXPECT_FALSE(cursor.nextElement());
     EXPECT_FALSE(cursor.enterObject());
     EXPECT_FALSE(cursor.end());
-    const std::string deep(100'000, '[');
-    JSONCursor bounded(deep);
-    EXPECT_FALSE(bounded.skip());
+}
+
+TEST(JSONCursorTest, skipsAsDeepAsTheDeserializerReads) {
+    for (const std::size_t depth : {512, 513, 100'000}) {
+        const std::string text = std::string(depth, '[') + std::string(depth, ']');
+        JSONCursor cursor(text);
+        EXPECT_EQ(cursor.skip() && cursor.end(), !CJSONDeserializer::deserializer().deserialize(text, nullptr).isNil()) << depth;
+        EXPECT_EQ(cursor.ok(), depth == 512);
+    }
 }
 
 }  // namespace
