@@ -14,7 +14,8 @@ namespace velkor {
 inline constexpr std::string_view CJSONDeserializerErrorDomain = "CJSONDeserializerErrorDomain";
 
 /// Reads JSON text in UTF-8, UTF-16 or UTF-32 into values that own all they hold. One pass; at most 512 levels deep; of equal
-/// keys in an object the last one wins. The bytes are only read during the call. Stateless.
+/// keys in an object the last one wins. A number that neither 64 bits nor a double holds exactly becomes a decimal, its text
+/// unchanged. The bytes are only read during the call. Stateless.
 class VELKOR_EXPORT CJSONDeserializer {
 public:
     static CJSONDeserializer deserializer() { return {}; }

@@ -1,9 +1,12 @@
 #include "json/CJSONScanner.h"
 
 #include <charconv>
+#include <limits>
 #include <system_error>
 
 #include "json/TextScan.h"
+#include "platform/base/DecimalText.h"
+#include "platform/base/Format.h"
 #include "platform/base/UTF8.h"
 
 namespace velkor {
@@ -70,6 +73,13 @@ public:
 private:
     int& m_depth;
 };
+
+/// Whether the double's own text says what the number text says. Up to fifteen digits always do.
+bool isHeldBy(double value, std::string_view text) {
+    constexpr std::size_t alwaysHeld = std::numeric_limits<double>::digits10;
+    if (text.size() <= alwaysHeld || value == 0) return true;
+    return NS::DecimalParts::parse(text) == NS::DecimalParts::parse(NS::describe(value));
+}
 
 /// The power of ten of the first digit that is not zero, of a number text without faults; none when all are zero.
 std::optional<std::int64_t> magnitudeOf(std::string_view text) noexcept {
@@ -376,6 +386,9 @@ bool CJSONScanner::scanReal(NS::Value& number, std::string_view text) {
     if (read.ec == std::errc::result_out_of_range) {
         if (magnitudeOf(text).value_or(-1) > 0) return fail(Fault::number);  // beyond a double
         value = text.starts_with('-') ? -0.0 : 0.0;
+    } else if (!isHeldBy(value, text)) {
+        number = NS::Value::decimal(text);
+        return true;
     }
     number = value;
     return true;

@@ -8,6 +8,7 @@
 #include "json/CSerializedJSONData.h"
 #include "json/JSONRepresentable.h"
 #include "json/TextScan.h"
+#include "platform/base/DecimalText.h"
 #include "platform/base/Format.h"
 #include "platform/base/UTF8.h"
 #include "platform/base/WireDate.h"
@@ -74,6 +75,15 @@ bool isNumberText(std::string_view text) {
         if (digits() == 0) return false;
     }
     return at == text.size();
+}
+
+/// A decimal that is spelt in another way ("+1", ".5", "007") as JSON writes it; empty when it is no number.
+std::string numberText(std::string_view decimal) {
+    const auto parts = NS::DecimalParts::parse(decimal);
+    if (!parts) return {};
+    std::string text = (parts->negative ? "-" : "") + (parts->digits.empty() ? "0" : parts->digits);
+    if (parts->exponent != 0) text += "e" + std::to_string(parts->exponent);
+    return text;
 }
 
 std::string unsupported(const NS::Value& value) { return NS::format("Cannot serialize data of type '%@'", value.className()); }
@@ -176,7 +186,9 @@ void JSONWriter::value(const NS::Value& value) {
             return number(*value.asDouble());
         case Kind::decimal: {
             const std::string_view text = *value.asDecimal();
-            return isNumberText(text) ? literal(text) : fail(NS::format("A decimal number reads '%@'.", text));
+            if (isNumberText(text)) return literal(text);
+            const std::string spelt = numberText(text);
+            return spelt.empty() ? fail(NS::format("A decimal number reads '%@'.", text)) : literal(spelt);
         }
         case Kind::string:
             return string(*value.asString());
