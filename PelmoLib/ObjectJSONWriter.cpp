@@ -1,8 +1,10 @@
 #include "PelmoLib/ObjectJSONWriter.h"
 
+#include "PelmoLib/NSManagedObject+JSON.h"
 #include "PelmoLib/VLKSyncableObject.h"
 #include "PelmoLib/encodings/GuidOrder.h"
 #include "PelmoLib/encodings/VLKLog.h"
+#include "json/CJSONDataSerializer.h"
 #include "json/JSONWriter.h"
 #include "platform/base/Exception.h"
 
@@ -20,10 +22,9 @@ bool contains(const Array* names, std::string_view name) {
     return false;
 }
 
-/// The collection of names that an optional member of the object's class gives; nil when it gives none.
-Value namesFrom(const ObjectClass::Member* member, std::string_view name, const ManagedObject& object) {
-    if (!member) return {};
-    return member->isAttribute ? object.valueForKey(name) : member->function(object);
+/// The collection of names that an optional member of the object's class gives; nil where the class lacks it.
+Value namesFrom(bool responds, const ManagedObject& object, std::string_view member) {
+    return responds ? object.entity().objectClass()->valueOfMember(member, object) : Value();
 }
 
 }  // namespace
@@ -39,10 +40,8 @@ struct ObjectJSONWriter::EntityPlan {
     };
     explicit EntityPlan(const EntityDescription& described) : entity(&described) {
         const ObjectClass* objectClass = described.objectClass();
-        if (objectClass) {
-            attributesToNotSerialize = objectClass->member(VLKSyncableMember::attributesToNotSerialize);
-            relationshipsToNotSerialize = objectClass->member(VLKSyncableMember::relationshipsToNotSerialize);
-        }
+        excludesAttributes = objectClass && objectClass->respondsTo(VLKSyncableMember::attributesToNotSerialize);
+        excludesRelationships = objectClass && objectClass->respondsTo(VLKSyncableMember::relationshipsToNotSerialize);
         for (const AttributeDescription& attribute : described.attributes()) {
             if (attribute.type == AttributeType::binaryData) continue;
             attributes.push_back({&attribute, objectClass ? objectClass->getterFor(attribute.name) : nullptr});
@@ -59,8 +58,8 @@ struct ObjectJSONWriter::EntityPlan {
     }
 
     const EntityDescription* entity;
-    const ObjectClass::Member* attributesToNotSerialize = nullptr;
-    const ObjectClass::Member* relationshipsToNotSerialize = nullptr;
+    bool excludesAttributes = false;
+    bool excludesRelationships = false;
     std::vector<Attribute> attributes;
     std::vector<Relationship> relationships;
 };
@@ -87,27 +86,47 @@ bool ObjectJSONWriter::append(std::string& out, const ManagedObject& object) {
     writer.endObject();
     if (writer.ok()) return true;
     out.resize(start);
-    VLKLog::sharedInstance().logMessageAtLevel(100, "Error serializing object: %@", writer.failure());
+    logFailure(object, plan);
     return false;
 }
 
-void ObjectJSONWriter::writeAttributes(JSONWriter& writer, const ManagedObject& object, const EntityPlan& plan) {
-    const Value names = namesFrom(plan.attributesToNotSerialize, VLKSyncableMember::attributesToNotSerialize, object);
+/// Tells what the JSON codec says of the object's form as a value.
+void ObjectJSONWriter::logFailure(const ManagedObject& object, const EntityPlan& plan) {
+    Dictionary attributes, relationships;
+    forEachAttribute(object, plan, [&](std::string_view name, const Value& value) { attributes.set(name, value); });
+    const Value names = namesFrom(plan.excludesRelationships, object, VLKSyncableMember::relationshipsToNotSerialize);
+    for (const RelationshipDescription& relationship : object.entity().relationships()) {
+        if (contains(names.asArray(), relationship.name)) continue;
+        relationships.set(relationship.name, jsonDictionaryForRelationshipNamed(object, relationship.name, object.entity()));
+    }
+    std::optional<Error> error;
+    (void)CJSONDataSerializer::serializer().serializeDictionary(
+        Dictionary{{"attributes", std::move(attributes)}, {"relationships", std::move(relationships)}}, &error);
+    if (error)
+        VLKLog::sharedInstance().logMessageAtLevel(100, "Error serializing object: %@", error->localizedDescription());
+}
+
+template <class Use>
+void ObjectJSONWriter::forEachAttribute(const ManagedObject& object, const EntityPlan& plan, Use use) {
+    const Value names = namesFrom(plan.excludesAttributes, object, VLKSyncableMember::attributesToNotSerialize);
     const Array* excluded = names.asArray();
-    writer.key("attributes");
-    writer.beginObject();
     for (const auto& [attribute, getter] : plan.attributes) {
         const Value own = getter ? (*getter)(object) : Value();
         const Value& value = getter ? own : object.primitiveValue(*attribute);
-        if (value.isNil() || contains(excluded, attribute->name)) continue;
-        writer.member(attribute->name, value);
+        if (!value.isNil() && !contains(excluded, attribute->name)) use(attribute->name, value);
     }
+}
+
+void ObjectJSONWriter::writeAttributes(JSONWriter& writer, const ManagedObject& object, const EntityPlan& plan) {
+    writer.key("attributes");
+    writer.beginObject();
+    forEachAttribute(object, plan, [&](std::string_view name, const Value& value) { writer.member(name, value); });
     writer.endObject();
 }
 
 void ObjectJSONWriter::writeRelationships(JSONWriter& writer, std::string& out, const ManagedObject& object,
                                           const EntityPlan& plan) {
-    const Value names = namesFrom(plan.relationshipsToNotSerialize, VLKSyncableMember::relationshipsToNotSerialize, object);
+    const Value names = namesFrom(plan.excludesRelationships, object, VLKSyncableMember::relationshipsToNotSerialize);
     const Array* excluded = names.asArray();
     writer.key("relationships");
     writer.beginObject();

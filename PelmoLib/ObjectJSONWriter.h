@@ -28,6 +28,9 @@ public:
 private:
     struct EntityPlan;
     EntityPlan& planFor(const NS::EntityDescription& entity);
+    template <class Use>
+    void forEachAttribute(const NS::ManagedObject& object, const EntityPlan& plan, Use use);
+    void logFailure(const NS::ManagedObject& object, const EntityPlan& plan);
     void writeAttributes(JSONWriter& writer, const NS::ManagedObject& object, const EntityPlan& plan);
     void writeRelationships(JSONWriter& writer, std::string& out, const NS::ManagedObject& object, const EntityPlan& plan);
 

@@ -27,8 +27,17 @@ Value guidOfObject(const ManagedObject& object) {
 bool respondsToSetExpired(const ManagedObject& object) noexcept {
     const ObjectClass* objectClass = object.entity().objectClass();
     if (!objectClass) return false;
+    if (objectClass->setterFor(VLKSyncableMember::expired)) return true;
     const ObjectClass::Member* expired = objectClass->member(VLKSyncableMember::expired);
-    return (expired && expired->isAttribute) || objectClass->setterFor(VLKSyncableMember::expired);
+    return expired && expired->isAttribute && object.entity().attributeNamed(VLKSyncableMember::expired);
+}
+
+void setExpired(ManagedObject& object, bool expired) {
+    if (const auto* setter = object.entity().objectClass()->setterFor(VLKSyncableMember::expired)) {
+        (*setter)(object, expired);  // which needs no attribute of that name
+    } else {
+        object.setPrimitiveValue(VLKSyncableMember::expired, expired);
+    }
 }
 
 }  // namespace velkor

@@ -31,7 +31,10 @@ VELKOR_EXPORT bool conformsToSyncableProtocol(const NS::ObjectClass* objectClass
 VELKOR_EXPORT bool respondsToGuid(const NS::ManagedObject& object) noexcept;
 /// The text under `guid`; a nil value when the object has none or does not respond to it. No copy of the text is made.
 VELKOR_EXPORT NS::Value guidOfObject(const NS::ManagedObject& object);
-/// Whether the object takes `setExpired:`: its `expired` is an attribute, or its class registered a setter of that name.
+/// Whether the object takes `setExpired:`: its class registered a setter of that name, or says that its `expired` is an
+/// attribute, and its entity has it.
 VELKOR_EXPORT bool respondsToSetExpired(const NS::ManagedObject& object) noexcept;
+/// Does it; the object responds to it.
+VELKOR_EXPORT void setExpired(NS::ManagedObject& object, bool expired);
 
 }  // namespace velkor

@@ -69,7 +69,12 @@ void VLKChangeWriteOperation::writeAnswer() {
     makeContext();
     const auto transactions = convertJSONToTransactions(m_jsonData);
     log.logMessageAtLevel(300, "Processing %ld transactions.", transactions.size());
-    VLKPageReplay(*m_ctx, transactions).run();
+    if (const auto replayed = VLKPageReplay(*m_ctx, transactions).run(); !replayed) {
+        log.logMessageAtLevel(100, "Unable to look for the objects of received transactions: %@", replayed.error());
+        failWith(replayed.error());
+        m_ctx->rollback();
+        return tellDelegate();
+    }
     log.logMessageAtLevel(300, "Attempting to download blobs...");
     finishedProcessing();
     log.logMessageAtLevel(300, "Finished processing transactions");
@@ -100,9 +105,17 @@ void VLKChangeWriteOperation::finishedProcessing() {
         VLKLog::sharedInstance().logMessageAtLevel(100, "Too many errors. Rolling back the sync.");
         m_ctx->rollback();
     } else if (const auto saved = m_ctx->save(); !saved && m_keepsEveryChange) {
-        m_errors.push_back(saved.error());
-        m_saveFailed = true;
+        failWith(saved.error());
     }
+    tellDelegate();
+}
+
+void VLKChangeWriteOperation::failWith(const Error& storeError) {
+    m_errors.push_back(storeError);
+    m_storeFailed = true;
+}
+
+void VLKChangeWriteOperation::tellDelegate() {
     if (!m_delegate) return;
     OperationQueue::mainQueue().addOperation([self = std::static_pointer_cast<VLKChangeWriteOperation>(shared_from_this())] {
         if (VLKChangeWriteOperationDelegate* delegate = self->delegate())
@@ -119,7 +132,7 @@ void VLKChangeWriteOperation::report(const Exception& exception) const {
     systemLog(format("The JSON Data being converted: %@", m_resultDict));
 }
 
-bool VLKChangeWriteOperation::failed() const noexcept { return m_numberOfErrors > mostErrors || m_saveFailed; }
+bool VLKChangeWriteOperation::failed() const noexcept { return m_numberOfErrors > mostErrors || m_storeFailed; }
 
 std::shared_ptr<ManagedObjectContext> VLKChangeWriteOperation::ctx() const {
     std::lock_guard lock(m_mutex);

@@ -52,7 +52,8 @@ public:
     /// The "transaction" of each entry as a transaction in `ctx()`, in order.
     std::vector<std::shared_ptr<VLKTransaction>> convertJSONToTransactions(const NS::Array& entries) const;
 
-    /// More than five failed blob downloads (or, with `keepsEveryChange`, a failed save). Final once the completion block runs.
+    /// More than five failed blob downloads, a store that could not be read (or, with `keepsEveryChange`, a failed save). Final
+    /// once the completion block runs.
     bool failed() const noexcept;
     /// In the order of their occurrence. To be read by the completion block or after it.
     const std::vector<NS::Error>& errors() const noexcept { return m_errors; }
@@ -73,6 +74,8 @@ private:
     void writeAnswer();
     void makeContext();
     void finishedProcessing();
+    void failWith(const NS::Error& storeError);
+    void tellDelegate();
     void report(const NS::Exception& exception) const;
 
     // Fixed at creation.
@@ -87,7 +90,7 @@ private:
     mutable std::mutex m_mutex;  // guards m_ctx, which only the operation's own thread sets
     std::shared_ptr<NS::ManagedObjectContext> m_ctx;
     std::atomic<std::int64_t> m_numberOfErrors = 0;
-    std::atomic<bool> m_saveFailed = false;
+    std::atomic<bool> m_storeFailed = false;
     std::vector<NS::Error> m_errors;  // the operation's thread
 };
 

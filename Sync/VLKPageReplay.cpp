@@ -4,7 +4,6 @@
 
 #include "PelmoLib/NSManagedObject+JSON.h"
 #include "PelmoLib/VLKSyncableObject.h"
-#include "PelmoLib/encodings/VLKLog.h"
 #include "Sync/VLKPayloadDecoder.h"
 
 namespace velkor {
@@ -13,10 +12,6 @@ using namespace NS;
 
 namespace {
 
-void report(const Error& error) {
-    VLKLog::sharedInstance().logMessageAtLevel(100, "Unable to load the objects of received transactions: %@", error);
-}
-
 const ObjectClass* classNamed(const Value& name) {
     const auto text = name.asString();
     return text ? ObjectClass::forName(*text) : nullptr;
@@ -24,31 +19,36 @@ const ObjectClass* classNamed(const Value& name) {
 
 }  // namespace
 
-void VLKPageReplay::run() {
-    loadObjects();
+Result<void> VLKPageReplay::run() {
+    if (auto loaded = loadObjects(); !loaded) return loaded;
     replayObjects();
     indexObjects();
-    loadDestinations();
+    if (auto loaded = loadDestinations(); !loaded) return loaded;
     replayRelationships();
+    return {};
 }
 
-void VLKPageReplay::preload(const ObjectClass& objectClass, const Array& guids) {
+Result<void> VLKPageReplay::preload(const ObjectClass& objectClass, const Array& guids) {
     const EntityDescription* entity = vlk_entityInManagedObjectContext(objectClass, m_context);
     const AttributeDescription* guid = entity ? entity->attributeNamed(VLKSyncableMember::guid) : nullptr;
-    if (!guid || guids.empty()) return;
+    if (!guid || guids.empty()) return {};
     auto loaded = m_context.preloadObjects(*entity, *guid, guids);
-    if (!loaded) return report(loaded.error());
+    if (!loaded) return loaded.error();
     m_loaded.push_back(std::move(loaded).value());
+    return {};
 }
 
-void VLKPageReplay::loadObjects() {
+Result<void> VLKPageReplay::loadObjects() {
     std::map<const ObjectClass*, Array> guids;
     for (const auto& transaction : m_transactions) {
         if (transaction->m_objGuid.isNil()) continue;
         if (const ObjectClass* objectClass = classNamed(transaction->m_objType))
             guids[objectClass].push_back(transaction->m_objGuid);
     }
-    for (const auto& [objectClass, values] : guids) preload(*objectClass, values);
+    for (const auto& [objectClass, values] : guids) {
+        if (auto loaded = preload(*objectClass, values); !loaded) return loaded;
+    }
+    return {};
 }
 
 void VLKPageReplay::replayObjects() {
@@ -85,7 +85,7 @@ void VLKPageReplay::collectDestinations(const Dictionary& description, std::map<
     want(description["destination_object"]);
 }
 
-void VLKPageReplay::loadDestinations() {
+Result<void> VLKPageReplay::loadDestinations() {
     std::map<const ObjectClass*, GuidSet> missing;
     std::map<const EntityDescription*, Replacement> replacements;
     for (const auto& transaction : m_transactions) {
@@ -105,13 +105,14 @@ void VLKPageReplay::loadDestinations() {
         Array values;
         values.reserve(guids.size());
         for (const Value& guid : guids) values.push_back(guid);
-        preload(*objectClass, values);
+        if (auto loaded = preload(*objectClass, values); !loaded) return loaded;
     }
     for (const auto& [entity, replacement] : replacements) {
         for (const RelationshipDescription* relationship : replacement.relationships) {
-            if (auto loaded = m_context.prefetchRelationship(replacement.objects, *relationship); !loaded) report(loaded.error());
+            if (auto loaded = m_context.prefetchRelationship(replacement.objects, *relationship); !loaded) return loaded;
         }
     }
+    return {};
 }
 
 void VLKPageReplay::replayRelationships() {

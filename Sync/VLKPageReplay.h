@@ -11,6 +11,7 @@
 
 #include "Sync/VLKTransaction.h"
 #include "objectstore/ObjectSet.h"
+#include "platform/base/Result.h"
 
 namespace velkor {
 
@@ -22,8 +23,9 @@ public:
     VLKPageReplay(NS::ManagedObjectContext& context, const std::vector<std::shared_ptr<VLKTransaction>>& transactions)
         : m_context(context), m_transactions(transactions) {}
 
-    /// Both passes. Raises what a transaction raises; the context then holds what was replayed so far.
-    void run();
+    /// Both passes. Raises what a transaction raises. An error when the store cannot be read: what could not be looked up is not
+    /// absent. Either way the context holds what was replayed so far.
+    NS::Result<void> run();
 
 private:
     /// Guids as keys: the texts are shared with the objects and descriptions that they come from.
@@ -49,12 +51,12 @@ private:
         std::set<const NS::RelationshipDescription*> relationships;
     };
 
-    void loadObjects();
+    NS::Result<void> loadObjects();
     void replayObjects();
     void indexObjects();
-    void loadDestinations();
+    NS::Result<void> loadDestinations();
     void replayRelationships();
-    void preload(const NS::ObjectClass& objectClass, const NS::Array& guids);
+    NS::Result<void> preload(const NS::ObjectClass& objectClass, const NS::Array& guids);
     void collectDestinations(const NS::Dictionary& description, std::map<const NS::ObjectClass*, GuidSet>& missing);
     std::shared_ptr<NS::ManagedObject> destination(const NS::ObjectClass& objectClass, std::string_view guid, NS::ErrorOut error);
 

@@ -139,7 +139,7 @@ void VLKTransaction::replayIntoMOC(ManagedObjectContext& context) {
             return;
         case Kind::expired:
             m_obj = find(*objectClass, context);
-            if (m_obj && respondsToSetExpired(*m_obj)) m_obj->setValueForKey(true, VLKSyncableMember::expired);
+            if (m_obj && respondsToSetExpired(*m_obj)) setExpired(*m_obj, true);
             return;
         case Kind::other:
             return;
@@ -176,6 +176,8 @@ void VLKTransaction::replayRelationshipsIntoMOC(ManagedObjectContext& context) {
 void VLKTransaction::replayRelationships(const DestinationLookup& lookup) {
     const Dictionary* relationships = receivedRelationships();
     if (!relationships) return;
+    if (const Value& computed = m_jsonData[WireKey::computedRelationships]; computed && !computed.isNull() && !computed.asDictionary())
+        logIgnored(WireKey::computedRelationships, "they are no dictionary.");
     ManagedObject* object = m_obj && !m_obj->isDeleted() ? m_obj.get() : nullptr;
     const Exclusions excluded(object);
     for (const auto& entry : *relationships) {

@@ -86,7 +86,8 @@ const ObjectClass::Member* ObjectClass::member(std::string_view name) const noex
 Value ObjectClass::valueOfMember(std::string_view name, const ManagedObject& object) const {
     const Member* found = member(name);
     if (!found) return {};
-    return found->isAttribute ? object.valueForKey(name) : found->function(object);
+    if (!found->isAttribute) return found->function(object);
+    return object.entity().attributeNamed(name) ? object.valueForKey(name) : Value();
 }
 
 ObjectClass& ObjectClass::entityFinder(EntityFinder find) {

@@ -61,7 +61,8 @@ public:
     /// Null: the class does not respond to it.
     const Member* member(std::string_view name) const noexcept;
     bool respondsTo(std::string_view name) const noexcept { return member(name) != nullptr; }
-    /// The member's value for the object; nil when the class does not respond to it.
+    /// The member's value for the object; nil when the class does not respond to it, or its attribute is none of the object's
+    /// entity (of two entities that share the class).
     Value valueOfMember(std::string_view name, const ManagedObject& object) const;
 
     /// The optional class operation `entityInManagedObjectContext:`; empty when the class does not implement it.

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "PelmoLib/NSEntityDescription+VLK.h"
+#include "PelmoLib/NSManagedObject+JSON.h"
 #include "PelmoLib/VLKSyncableObject.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/NotesModel.h"
@@ -76,6 +77,27 @@ TEST(EntityMetadataTest, AClassRespondsToWhatItDeclares) {
     EXPECT_FALSE(respondsToSetExpired(*tag));
     ObjectClass::registerClass<LocalDraft>("LocalDraft").answers("guid", [](const ManagedObject&) { return Value("computed"); });
     EXPECT_EQ(guidOfObject(*draft), "computed");
+}
+
+TEST(EntityMetadataTest, AnEntityMayLackWhatItsClassAnswersWithAnAttribute) {
+    NotesStore store;
+    const auto context = store.newContext();
+    const auto tag = insertObject(*context, "Tag", "t1", {{"name", "n"}});
+    ObjectClass& tagClass = ObjectClass::registerClass<Tag>("Tag").adopt(VLKSyncableObject);
+    for (const auto name : {VLKSyncableMember::expired, VLKSyncableMember::attributesToNotSerialize,
+                            VLKSyncableMember::relationshipsToNotSerialize}) {
+        tagClass.answersWithAttribute(name);
+        EXPECT_TRUE(tagClass.valueOfMember(name, *tag).isNil());
+    }
+    EXPECT_FALSE(respondsToSetExpired(*tag));
+    EXPECT_TRUE(objectAsJson(*tag)) << "nothing is excluded";
+
+    tagClass.setter(VLKSyncableMember::expired, [](ManagedObject& object, const Value& value) {
+        object.setPrimitiveValue("name", Value(value == Value(true) ? "expired" : "living"));
+    });
+    ASSERT_TRUE(respondsToSetExpired(*tag));
+    setExpired(*tag, true);
+    EXPECT_EQ(tag->valueForKey("name"), "expired") << "a setter of the class's own needs no attribute";
 }
 
 }  // namespace

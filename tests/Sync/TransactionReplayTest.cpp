@@ -35,7 +35,7 @@ protected:
     void replay(const std::vector<Dictionary>& page) {
         const Transactions transactions = convert(page, context);
         if (GetParam()) {
-            VLKPageReplay(*context, transactions).run();
+            ASSERT_TRUE(VLKPageReplay(*context, transactions).run().ok());
             return;
         }
         for (const auto& transaction : transactions) transaction->replayIntoMOC(*context);
@@ -144,11 +144,16 @@ TEST_P(TransactionReplayTest, ComputedRelationshipsWinUnlessTheyAreEmpty) {
         Dictionary{{"tags", Dictionary{{"to_many", true}, {"destination_type", "Tag"}, {"destination_objects", Array{"t2"}}}}});
     Dictionary empty = received("INSERT_XACTION", "Note", "n2", object("n2", "", toMany("tags", "Tag", {"t1"})));
     empty.set("computed_relationships", Dictionary());
-    replay({computed, empty, received("INSERT_XACTION", "Tag", "t1", object("t1")),
+    Dictionary odd = received("INSERT_XACTION", "Note", "n3", object("n3", "", toMany("tags", "Tag", {"t1"})));
+    odd.set("computed_relationships", Array{"tags"});
+    LogCapture log;
+    replay({computed, empty, odd, received("INSERT_XACTION", "Tag", "t1", object("t1")),
             received("INSERT_XACTION", "Tag", "t2", object("t2"))});
     saveAndReopen();
     EXPECT_THAT(linked(fetch("Note", "n1"), "tags"), ElementsAre("t2"));
     EXPECT_THAT(linked(fetch("Note", "n2"), "tags"), ElementsAre("t1"));
+    EXPECT_THAT(linked(fetch("Note", "n3"), "tags"), ElementsAre("t1"));
+    EXPECT_THAT(log.entries(), ElementsAre("Ignoring received relationship computed_relationships: they are no dictionary."));
 }
 
 TEST_P(TransactionReplayTest, PayloadsThatGiveNoGuidLeaveNoObject) {
@@ -328,7 +333,7 @@ TEST(PageReplayTest, APageEqualsItsTransactionsOneByOne) {
             {
                 LogCapture log;
                 const Transactions transactions = convert(page, whole);
-                VLKPageReplay(*whole, transactions).run();
+                ASSERT_TRUE(VLKPageReplay(*whole, transactions).run().ok());
                 wholeLog = log.entries();
             }
             EXPECT_EQ(singleLog, wholeLog);

@@ -161,6 +161,21 @@ TEST_F(VLKChangeWriteOperationTest, AFailedSaveCountsOnlyForThoseWhoKeepEveryCha
     EXPECT_EQ(delegate.calls.size(), 2u);
 }
 
+TEST_F(VLKChangeWriteOperationTest, WhatCannotBeLookedUpIsNotTakenForAbsent) {
+    run(operationFor(answerWith(Array{insertOfTag("t1")})));
+    delegate.calls.clear();
+    LogCapture log;
+    const auto again = operationFor(answerWith(Array{insertOfTag("t1"), insertOfTag("t2")}));
+    store.renameTable("e_Tag", "elsewhere");
+    run(again);
+    store.renameTable("elsewhere", "e_Tag");
+    EXPECT_TRUE(again->failed());
+    EXPECT_EQ(again->errors().size(), 1u);
+    EXPECT_FALSE(again->ctx()->hasChanges()) << "rolled back";
+    EXPECT_THAT(delegate.calls, ElementsAre(again.get()));
+    EXPECT_THAT(tags(), ElementsAre("t1"));
+}
+
 TEST_F(VLKChangeWriteOperationTest, EntriesBecomeTransactionsInOrder) {
     LogCapture log;
     const auto operation = operationFor({});
