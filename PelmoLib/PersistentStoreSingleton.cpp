@@ -39,9 +39,10 @@ std::shared_ptr<const ManagedObjectModel> firstModel() {
 }
 
 void makeDirectory(const fs::path& directory) {
-    if (directory.empty() || fs::exists(directory)) return;
     std::error_code failure;
-    if (fs::create_directory(directory, failure)) return;
+    if (directory.empty() || fs::exists(directory, failure)) return;
+    if (!failure) fs::create_directory(directory, failure);
+    if (!failure) return;
     systemLog(format("Error creating application support directory at %@ : %@", directory.string(), failure.message()));
     failAssertion(format("Failed to create App Support directory %@ : %@", directory.string(), failure.message()));
 }

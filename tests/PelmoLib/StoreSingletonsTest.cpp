@@ -112,12 +112,13 @@ TEST_F(StoreSingletonsTest, AStoreThatCannotBeOpenedStopsTheProcessWithAReason) 
     EXPECT_THAT(log.entries()[0], testing::StartsWith("Error adding the persistent store: "));
     EXPECT_EQ(log.entries()[1], "Your object model may have changed.");
 
-    log.clear();
-    const fs::path below = store.directory() / "foreign.sqlite" / "sub";
-    EXPECT_THAT(assertionOf([&] { PersistentStoreSingleton::initWithDatabasePath(below / "A.sqlite"); }),
-                testing::StartsWith("Failed to create App Support directory " + below.string() + " : "));
-    EXPECT_THAT(log.entries()[0],
-                testing::StartsWith("Error creating application support directory at " + below.string() + " : "));
+    for (const fs::path& directory : {foreign / "sub", store.directory() / std::string(300, 'n')}) {
+        log.clear();
+        EXPECT_THAT(assertionOf([&] { PersistentStoreSingleton::initWithDatabasePath(directory / "A.sqlite"); }),
+                    testing::StartsWith("Failed to create App Support directory " + directory.string() + " : "));
+        EXPECT_THAT(log.entries()[0],
+                    testing::StartsWith("Error creating application support directory at " + directory.string() + " : "));
+    }
 }
 
 TEST_F(StoreSingletonsTest, ExternalRecordsLieBelowTheCaches) {
