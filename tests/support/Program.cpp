@@ -74,18 +74,21 @@ bool Program::readMore(int timeoutMilliseconds) {
     return true;
 }
 
-std::string Program::waitForLine(const std::string& prefix) {
+std::optional<std::string> Program::lineBeforeEnd(const std::string& prefix) {
     for (;;) {
         for (std::size_t end; (end = m_outcome.out.find('\n', m_scanned)) != std::string::npos;) {
             std::string line = m_outcome.out.substr(m_scanned, end - m_scanned);
             m_scanned = end + 1;
             if (line.starts_with(prefix)) return line.substr(prefix.size());
         }
-        if (!readMore(60'000)) {
-            ADD_FAILURE() << "the program ended without the line '" << prefix << "': " << m_outcome.err;
-            return {};
-        }
+        if (!readMore(60'000)) return std::nullopt;
     }
+}
+
+std::string Program::waitForLine(const std::string& prefix) {
+    auto line = lineBeforeEnd(prefix);
+    if (!line) ADD_FAILURE() << "the program ended without the line '" << prefix << "': " << m_outcome.err;
+    return line.value_or("");
 }
 
 void Program::signal(int number) {

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,8 @@ public:
     /// Waits for the next line of standard output that starts with the prefix and returns the rest of it; fails the test and
     /// returns an empty text when the program ends first.
     std::string waitForLine(const std::string& prefix);
+    /// The same for a program that may rightly end first: then nothing.
+    std::optional<std::string> lineBeforeEnd(const std::string& prefix);
     void signal(int number);
     bool isRunning();
     /// Waits for the end; at most 120 s, then it is killed and the test fails.
