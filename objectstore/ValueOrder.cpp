@@ -1,6 +1,7 @@
 #include "objectstore/ValueOrder.h"
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <string_view>
 
@@ -38,7 +39,11 @@ bool comesBefore(RowKey left, RowKey right) noexcept {
 int orderOfNumbers(const Value& left, const Value& right) noexcept {
     const auto a = left.asInteger();
     const auto b = right.asInteger();
-    return a && b ? order(*a, *b) : order(realOf(left), realOf(right));
+    if (a && b) return order(*a, *b);
+    // Unsaved values may be no numbers; without a place of their own they would leave no order to sort by.
+    const double x = realOf(left), y = realOf(right);
+    if (std::isnan(x) || std::isnan(y)) return order(std::isnan(y), std::isnan(x));
+    return order(x, y);
 }
 
 }  // namespace

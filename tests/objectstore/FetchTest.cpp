@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "objectstore/ManagedObjectID.h"
 #include "tests/objectstore/ContextFixture.h"
@@ -27,6 +28,22 @@ protected:
 
     ContextRef m_context = newContext();
 };
+
+TEST_F(FetchTest, ValuesThatCannotBeSavedHaveTheirPlaceInTheOrder) {
+    for (int i = 0; i < 200; ++i)
+        set(insert(m_context, "Note", std::to_string(1000 - i)), "score", i % 3 == 0 ? std::nan("") : double(1000 - i));
+    FetchRequest request(&entity("Note"));
+    request.sortDescriptors = {{"score", true}};
+    const auto found = m_context->executeFetchRequest(request);
+    ASSERT_TRUE(found.ok());
+    ASSERT_EQ(found.value().size(), 200u);
+    const auto isNumber = [](const ObjectRef& note) { return !std::isnan(*get(note, "score").asDouble()); };
+    const auto first = std::ranges::find_if(found.value(), isNumber);
+    EXPECT_EQ(first - found.value().begin(), 67);
+    EXPECT_TRUE(std::is_sorted(first, found.value().end(), [](const ObjectRef& a, const ObjectRef& b) {
+        return *get(a, "score").asDouble() < *get(b, "score").asDouble();
+    }));
+}
 
 TEST_F(FetchTest, MemoryJudgesAsTheStoreDoes) {
     const ObjectRef f = insert(m_context, "Folder", "f");
