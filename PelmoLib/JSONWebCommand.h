@@ -42,7 +42,7 @@ public:
 /// itself alive from `start()` until its outcome has been delivered. An answer other than 200 is a failure, whose error has the
 /// network domain, the status as code, and the answer's JSON object (else the status's text) as user info. All blocks and the
 /// delegate run on the main thread, except a threaded completion block, which runs on the command's own serial parse queue; the
-/// final block runs last, once a start, also after `cancel()`. Properties are set before `start()` and read on the main thread. A
+/// final block runs last, once a start, and at `cancel()`. Properties are set before `start()` and read on the main thread. A
 /// command may be started again: what belonged to the earlier start is dropped.
 class VELKOR_EXPORT JSONWebCommand : public NS::Object, public NS::URLConnectionDelegate {
 public:
@@ -57,7 +57,8 @@ public:
 
     /// Sends the request; any thread. Asserts that not both completion blocks are set.
     void start();
-    /// Stops the command: only the final block is called. On the main thread at once, from another one in its next turn.
+    /// Stops the command: only the final block is called, once more even if the command has finished. On the main thread at once,
+    /// from another one in its next turn.
     void cancel();
 
     const NS::URLRequest& request() const noexcept { return m_request; }
