@@ -26,7 +26,7 @@ void VLKS3Uploader::upload(const NS::Dictionary& answer) {
     m_signatureData = VLKAnswer::dictionary(answer, "signature");
     if (m_simulateFailure && m_signatureData) m_signatureData->set("signature", "FUXORS");
     uploader->setFormFields(m_signatureData);
-    uploader->setCompletionBlock(whileCurrent(VLKDataUploader::CompletionBlock([this] { confirm(); })));
+    uploader->setCompletionBlock(whileCurrent(VLKDataUploader::CompletionBlock([this] { computeHash(); })));
     uploader->setFailureBlock(whileCurrent(FailureBlock([this](const NS::Error& error) {
         failWithMessage("Error verifying blob upload for %@ - %@: %@", error);
     })));
@@ -35,9 +35,16 @@ void VLKS3Uploader::upload(const NS::Dictionary& answer) {
     uploader->start();
 }
 
-void VLKS3Uploader::confirm() {
+// A large blob's digest takes a while: not on the main thread. The last owner lets go of the uploader there all the same.
+void VLKS3Uploader::computeHash() {
     end();
-    const auto hash = sha1HexHash(data());
+    m_hashingQueue.addOperation([data = data(), confirmed = whileCurrent(HashBlock([this](std::string hash) { confirm(hash); }))]() mutable {
+        NS::OperationQueue::mainQueue().addOperation(
+            [confirmed = std::move(confirmed), hash = sha1HexHash(data)] { confirmed(hash); });
+    });
+}
+
+void VLKS3Uploader::confirm(const std::string& hash) {
     VLKLog::sharedInstance().logMessageAtLevel(300, "Hash size: %ld", hash.size());
     send(
         postRequestForURLParams(endpointURL("wrote.json"), {{"hash", simpleUrlEncode(hash)}}),

@@ -10,6 +10,7 @@
 #include "platform/base/Dictionary.h"
 #include "platform/base/Export.h"
 #include "platform/base/Value.h"
+#include "platform/concurrency/OperationQueue.h"
 
 namespace velkor {
 
@@ -36,13 +37,17 @@ protected:
     void complete(const NS::Value& answer);
 
 private:
+    using HashBlock = std::function<void(std::string hash)>;
+
     void upload(const NS::Dictionary& answer);
-    void confirm();
+    void computeHash();
+    void confirm(const std::string& hash);
     void failWithMessage(std::string_view format, const NS::Error& error);
 
     CompletionBlock m_completionBlock;
     bool m_simulateFailure = false;
     std::optional<NS::Dictionary> m_signatureData;
+    NS::OperationQueue m_hashingQueue;
 };
 
 }  // namespace velkor
