@@ -56,7 +56,7 @@ void Transfer::ended(CURLcode result) {
         if (m_responseState == ResponseState::none) finishHead();
         curl_off_t sent = 0;
         curl_easy_getinfo(m_handle.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
-        if (!m_request.httpBody().empty()) m_sent = std::max<std::int64_t>(m_sent, sent);
+        if (m_request.httpBodyLength() > 0) m_sent = std::max<std::int64_t>(m_sent, sent);
     }
     if (auto core = m_core.lock()) core->transfers->giveBack(std::move(m_handle));
     announce();
@@ -116,6 +116,15 @@ std::size_t Transfer::bytesCame(char* bytes, std::size_t, std::size_t size, void
     return size;
 }
 
+std::size_t Transfer::bytesWanted(char* room, std::size_t, std::size_t size, void* self) {
+    return static_cast<Transfer*>(self)->m_bodyReader.read(room, size);
+}
+
+int Transfer::rewound(void* self, curl_off_t offset, int origin) {
+    auto& reader = static_cast<Transfer*>(self)->m_bodyReader;
+    return origin == SEEK_SET && offset >= 0 && reader.seek(static_cast<std::uint64_t>(offset)) ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+}
+
 int Transfer::progressed(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
     auto& transfer = *static_cast<Transfer*>(self);
     if (sent == std::exchange(transfer.m_sentNow, sent)) return 0;
@@ -155,7 +164,7 @@ void Transfer::deliver() {
 void Transfer::tellNext() {
     if (m_sent > m_sentTold) {
         const auto step = m_sent - std::exchange(m_sentTold, m_sent);
-        m_delegate->connectionDidSendBodyData(m_connection, step, m_sent, static_cast<std::int64_t>(m_request.httpBody().size()));
+        m_delegate->connectionDidSendBodyData(m_connection, step, m_sent, static_cast<std::int64_t>(m_request.httpBodyLength()));
     } else if (m_responseState == ResponseState::complete) {
         m_responseState = ResponseState::told;
         m_delegate->connectionDidReceiveResponse(m_connection, m_response);

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/concurrency/RunLoopCore.h"
+#include "platform/url/BodyReader.h"
 #include "platform/url/Curl.h"
 #include "platform/url/ResponseHead.h"
 #include "platform/url/URLConnection.h"
@@ -24,7 +25,7 @@ void setCertificateAuthorityFile(std::string path);
 class Transfer : public std::enable_shared_from_this<Transfer> {
 public:
     Transfer(URLConnection& connection, const URLRequest& request, URLConnectionDelegate* delegate)
-        : m_connection(connection), m_request(request), m_delegate(delegate) {}
+        : m_connection(connection), m_request(request), m_bodyReader(m_request.httpBodyParts()), m_delegate(delegate) {}
 
     void scheduleIn(RunLoop& loop);
     void start();
@@ -50,6 +51,7 @@ private:
 
     std::optional<Error> configure();
     void configureBody();
+    void configureBodyBytes(std::size_t length);
     bool configureHeaders();
     bool addHeaderLine(const std::string& line);
     template <class T>
@@ -57,6 +59,8 @@ private:
 
     static std::size_t headerCame(char* bytes, std::size_t, std::size_t size, void* self);
     static std::size_t bytesCame(char* bytes, std::size_t, std::size_t size, void* self);
+    static std::size_t bytesWanted(char* room, std::size_t, std::size_t size, void* self);
+    static int rewound(void* self, curl_off_t offset, int origin);
     static int progressed(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent);
     bool takeHeaderLine(std::string_view line);
     void prepareRedirect();
@@ -71,6 +75,8 @@ private:
 
     URLConnection& m_connection;
     const URLRequest m_request;
+    Data m_body;              // in one piece, unless it is read part by part
+    BodyReader m_bodyReader;  // of the request's parts
     URLConnectionDelegate* m_delegate;  // none after the last call, or when cancelled
     std::weak_ptr<RunLoopCore> m_core;
     std::uint64_t m_maximumSize = std::uint64_t(1) << 30;

@@ -14,6 +14,8 @@ namespace velkor::NS::detail {
 namespace {
 
 constexpr long mostRedirects = 16;
+constexpr long receiveBuffer = 128 << 10;  // bytes; libcurl's own choice of 16 KiB slows large downloads down
+constexpr std::size_t longestBodyPutTogether = 64 << 10;
 constexpr double usualTimeout = 60;  // seconds
 constexpr double mostTimeout = 1e6;
 
@@ -89,6 +91,7 @@ std::optional<Error> Transfer::configure() {
     set(CURLOPT_HEADERDATA, this);
     set(CURLOPT_WRITEFUNCTION, &Transfer::bytesCame);
     set(CURLOPT_WRITEDATA, this);
+    set(CURLOPT_BUFFERSIZE, receiveBuffer);
     configureBody();
     if (!configureHeaders()) return transferError(URLError::unknown, "A header of the request is not valid");
     if (m_optionResult != CURLE_OK) return transferError(URLError::badURL, curl_easy_strerror(m_optionResult));
@@ -97,26 +100,37 @@ std::optional<Error> Transfer::configure() {
 
 void Transfer::configureBody() {
     const std::string& method = m_request.httpMethod();
-    const Data& body = m_request.httpBody();
+    const std::size_t length = m_request.httpBodyLength();
     if (method == "HEAD") {
         set(CURLOPT_NOBODY, 1L);
         return;
     }
     const bool announcesBody = method == "POST" || method == "PUT" || method == "PATCH";
-    if (!body.empty() || announcesBody) {
-        set(CURLOPT_POST, 1L);
-        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-        set(CURLOPT_POSTFIELDS, body.empty() ? "" : body.view().data());  // m_request keeps the bytes
-    }
-    if (!body.empty()) {
+    if (length > 0 || announcesBody) configureBodyBytes(length);
+    if (length > 0) {
         set(CURLOPT_XFERINFOFUNCTION, &Transfer::progressed);
         set(CURLOPT_XFERINFODATA, this);
         set(CURLOPT_NOPROGRESS, 0L);
     }
-    if (method != (announcesBody || !body.empty() ? "POST" : "GET")) {
+    if (method != (announcesBody || length > 0 ? "POST" : "GET")) {
         set(CURLOPT_CUSTOMREQUEST, method.c_str());
         // Only a POST turns into a GET when it is redirected; any other method goes on with its body.
         set(CURLOPT_POSTREDIR, long(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
+    }
+}
+
+/// A short body is put together, so that it goes out in one step with the head; a large one is read part by part.
+void Transfer::configureBodyBytes(std::size_t length) {
+    set(CURLOPT_POST, 1L);
+    set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(length));
+    if (m_request.httpBodyParts().size() <= 1 || length <= longestBodyPutTogether) {
+        m_body = m_request.httpBody();
+        set(CURLOPT_POSTFIELDS, m_body.empty() ? "" : m_body.view().data());
+    } else {
+        set(CURLOPT_READFUNCTION, &Transfer::bytesWanted);
+        set(CURLOPT_READDATA, this);
+        set(CURLOPT_SEEKFUNCTION, &Transfer::rewound);
+        set(CURLOPT_SEEKDATA, this);
     }
 }
 

@@ -60,8 +60,8 @@ public:
 /// One HTTP exchange. TLS certificates and host names are verified, redirects are followed (at most 16; credentials never go to
 /// another host), only http and https are spoken, responses are never cached, connections to a host are reused. The length of the
 /// body is counted here, whatever Content-Length the request names. The time-out bounds how long nothing moves, not the whole
-/// exchange. Bodies may be larger than memory allows nowhere: `setMaximumResponseSize` bounds what is taken in; the request's body
-/// is not copied. All calls on the run loop's thread.
+/// exchange. `setMaximumResponseSize` bounds what is taken in; the request's body, in however many parts, is
+/// not copied. All calls on the run loop's thread.
 class VELKOR_EXPORT URLConnection : public Object {
 public:
     /// The connection keeps a copy of the request; the delegate is not owned and must live until the last call or `cancel()`.

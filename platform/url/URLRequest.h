@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -25,7 +26,12 @@ public:
     /// The URL's text as given; it is not checked before the request is sent.
     const std::string& url() const noexcept { return m_url; }
     const std::string& httpMethod() const noexcept { return m_method; }
-    const Data& httpBody() const noexcept { return m_body; }
+    /// The body in one piece; a copy when it was set in several parts.
+    Data httpBody() const;
+    /// The body in the parts that are sent one after the other, shared with whoever set them.
+    const std::vector<Data>& httpBodyParts() const noexcept { return m_bodyParts; }
+    /// In bytes.
+    std::size_t httpBodyLength() const noexcept;
     /// Idle time-out in seconds; 60 unless set.
     double timeoutInterval() const noexcept { return m_timeout; }
     const Headers& allHTTPHeaderFields() const noexcept { return m_headers; }
@@ -35,7 +41,7 @@ public:
 protected:
     std::string m_url;
     std::string m_method = "GET";
-    Data m_body;
+    std::vector<Data> m_bodyParts;
     double m_timeout = 60;
     Headers m_headers;
 };
@@ -46,7 +52,9 @@ public:
 
     void setURL(std::string url) { m_url = std::move(url); }
     void setHTTPMethod(std::string_view method) { m_method = method; }
-    void setHTTPBody(Data body) { m_body = std::move(body); }
+    void setHTTPBody(Data body) { m_bodyParts = {std::move(body)}; }
+    /// A body that is never put together in memory: for large bytes with something before and behind them.
+    void setHTTPBodyParts(std::vector<Data> parts) { m_bodyParts = std::move(parts); }
     void setTimeoutInterval(double seconds) { m_timeout = seconds; }
     /// Replaces all values of the field.
     void setValueForHTTPHeaderField(std::string_view value, std::string_view name);

@@ -244,6 +244,39 @@ TEST_F(URLConnectionTest, ALargeBodyGoesUpInStepsWithoutBeingCopied) {
     EXPECT_EQ(small.sent, std::vector<std::int64_t>{4});
 }
 
+TEST_F(URLConnectionTest, ABodyInPartsGoesUpAsOne) {
+    service.script("", "/end", {FakeAnswer::text("ok")});
+    service.script("", "/moved", {FakeAnswer::redirect("/end", 307)});
+    service.script("", "/once", {FakeAnswer::text("first"), FakeAnswer::closeAtOnce(), FakeAnswer::text("again")});
+    EXPECT_EQ(exchange(url("/once")).body, "first");  // its connection will be found closed
+    const Data large(std::string(300'000, 'l'));
+    const Data none;
+    const Data small = Data::copyOf("s");
+    const std::pair<std::string, std::vector<Data>> cases[] = {
+        {"/end", {}},
+        {"/end", {none, none}},
+        {"/end", {small, none, Data::copyOf("t")}},
+        {"/end", {none, small, large, none, small}},
+        {"/moved", {small, large, small}},
+        {"/once", {large, small, large}},
+    };
+    for (const auto& [path, parts] : cases) {
+        auto sending = request(url(path), "POST");
+        sending.setHTTPBodyParts(parts);
+        const auto got = exchange(sending);
+        EXPECT_EQ(got.status(), 200) << path;
+        EXPECT_EQ(lastRequest().body, sending.httpBody().view()) << path;
+        EXPECT_EQ(lastRequest().header("Content-Length"), std::to_string(sending.httpBodyLength()));
+        EXPECT_EQ(got.sent.empty() ? 0 : got.sent.back(), static_cast<std::int64_t>(sending.httpBodyLength()));
+    }
+    auto sharing = request(url("/end"), "POST");
+    sharing.setHTTPBodyParts({small, large});
+    ConnectionRecorder recorder;
+    EXPECT_EQ(URLConnection(sharing, &recorder).request().httpBodyParts()[1].bytes(), large.bytes());
+    sharing.setHTTPBody(small);
+    EXPECT_EQ(sharing.httpBody().view(), "s");
+}
+
 TEST_F(URLConnectionTest, ALongAnswerIsRefused) {
     service.script("", "/announced", {FakeAnswer::text("0123456789")});
     service.script("", "/chunked", {FakeAnswer::text("0123456789").withoutLength()});
