@@ -26,7 +26,9 @@ std::shared_ptr<VLKDataDownloader> VLKDataDownloader::downloadUrl(std::string ur
     return std::shared_ptr<VLKDataDownloader>(new VLKDataDownloader(std::move(url)));
 }
 
-VLKDataDownloader::~VLKDataDownloader() = default;
+VLKDataDownloader::~VLKDataDownloader() {
+    if (m_connection) m_connection->cancel();
+}
 
 void VLKDataDownloader::start() { startWithMethod("GET"); }
 
@@ -59,9 +61,10 @@ void VLKDataDownloader::connectionDidFinishLoading(NS::URLConnection&) {
     // A block may let go of this downloader, or start it again.
     const auto kept = weak_from_this().lock();
     const auto finished = m_connection;
+    const NS::Data received = m_data;
     VLKLog::sharedInstance().logMessageAtLevel(300, "Amazon S3 operation completed.");
     if (m_statusCode >= 200 && m_statusCode <= 299) {
-        if (const auto block = m_completionBlock) block(m_data);
+        if (const auto block = m_completionBlock) block(received);
     } else if (const auto block = m_failureBlock) {
         block(NS::Error::withDescription("Error", m_statusCode,
                                          NS::format("Server side error: %ld accessing: %@", m_statusCode, m_url)));

@@ -51,7 +51,7 @@ std::optional<std::string> textOfAnswer(const NS::Data& data) {
 
 VLKDataUploader::VLKDataUploader(std::string url, NS::Data data) : m_url(std::move(url)), m_dataToSend(std::move(data)) {}
 
-VLKDataUploader::~VLKDataUploader() = default;
+VLKDataUploader::~VLKDataUploader() { cancel(); }
 
 void VLKDataUploader::start() {
     NS::assertThat(m_failureBlock != nullptr, "self.failureBlock");
@@ -76,16 +76,12 @@ void VLKDataUploader::cancel() {
 }
 
 NS::MutableURLRequest VLKDataUploader::fileUploadRequestForUrl(std::string_view url, const NS::Data& data) const {
-    const FormFrame frame = m_formFields ? frameWithFields(*m_formFields) : plainFrame(m_guid);
-    std::string body;
-    body.reserve(frame.opening.size() + data.size() + frame.closing.size());
-    body.append(frame.opening).append(data.view()).append(frame.closing);
-
+    FormFrame frame = m_formFields ? frameWithFields(*m_formFields) : plainFrame(m_guid);
     NS::MutableURLRequest request{std::string(url)};
     request.setHTTPMethod("POST");
     request.setValueForHTTPHeaderField("application/json", "Accept");
     request.setValueForHTTPHeaderField(NS::format("multipart/form-data; boundary=%@", boundary), "Content-Type");
-    request.setHTTPBody(NS::Data(std::move(body)));
+    request.setHTTPBodyParts({NS::Data(std::move(frame.opening)), data, NS::Data(std::move(frame.closing))});
     return request;
 }
 

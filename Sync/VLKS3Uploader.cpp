@@ -26,28 +26,40 @@ void VLKS3Uploader::upload(const NS::Dictionary& answer) {
     m_signatureData = VLKAnswer::dictionary(answer, "signature");
     if (m_simulateFailure && m_signatureData) m_signatureData->set("signature", "FUXORS");
     uploader->setFormFields(m_signatureData);
-    uploader->setCompletionBlock(whileCurrent(VLKDataUploader::CompletionBlock([this] { computeHash(); })));
+    uploader->setCompletionBlock(whileCurrent(VLKDataUploader::CompletionBlock([this] {
+        end();
+        m_isStored = true;
+        confirmWhenReady();
+    })));
     uploader->setFailureBlock(whileCurrent(FailureBlock([this](const NS::Error& error) {
         failWithMessage("Error verifying blob upload for %@ - %@: %@", error);
     })));
     VLKLog::sharedInstance().logMessageAtLevel(300, "Uploading blob for: %@ - %@", guid(), colname());
     keep(uploader);
+    computeHash();
     uploader->start();
 }
 
-// A large blob's digest takes a while: not on the main thread. The last owner lets go of the uploader there all the same.
+// A large blob's digest takes a while: off the main thread, while the bytes travel. The last owner lets go of the uploader on the main
+// thread all the same.
 void VLKS3Uploader::computeHash() {
-    end();
-    m_hashingQueue.addOperation([data = data(), confirmed = whileCurrent(HashBlock([this](std::string hash) { confirm(hash); }))]() mutable {
+    m_hash.reset();
+    m_isStored = false;
+    auto computed = whileCurrent(HashBlock([this](const std::string& hash) {
+        m_hash = hash;
+        confirmWhenReady();
+    }));
+    m_hashingQueue.addOperation([data = data(), computed = std::move(computed)]() mutable {
         NS::OperationQueue::mainQueue().addOperation(
-            [confirmed = std::move(confirmed), hash = sha1HexHash(data)] { confirmed(hash); });
+            [computed = std::move(computed), hash = sha1HexHash(data)] { computed(hash); });
     });
 }
 
-void VLKS3Uploader::confirm(const std::string& hash) {
-    VLKLog::sharedInstance().logMessageAtLevel(300, "Hash size: %ld", hash.size());
+void VLKS3Uploader::confirmWhenReady() {
+    if (!m_isStored || !m_hash) return;
+    VLKLog::sharedInstance().logMessageAtLevel(300, "Hash size: %ld", m_hash->size());
     send(
-        postRequestForURLParams(endpointURL("wrote.json"), {{"hash", simpleUrlEncode(hash)}}),
+        postRequestForURLParams(endpointURL("wrote.json"), {{"hash", simpleUrlEncode(*m_hash)}}),
         [this](const NS::Dictionary& confirmation) { complete(confirmation); }, [this](const NS::Error& error) { fail(error); });
 }
 

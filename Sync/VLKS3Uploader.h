@@ -37,16 +37,19 @@ protected:
     void complete(const NS::Value& answer);
 
 private:
-    using HashBlock = std::function<void(std::string hash)>;
+    using HashBlock = std::function<void(const std::string& hash)>;
 
     void upload(const NS::Dictionary& answer);
     void computeHash();
-    void confirm(const std::string& hash);
+    void confirmWhenReady();
     void failWithMessage(std::string_view format, const NS::Error& error);
 
     CompletionBlock m_completionBlock;
     bool m_simulateFailure = false;
     std::optional<NS::Dictionary> m_signatureData;
+    // Of the running upload; main thread only.
+    bool m_isStored = false;
+    std::optional<std::string> m_hash;
     NS::OperationQueue m_hashingQueue;
 };
 

@@ -11,6 +11,7 @@
 #include "Sync/VLKByteCount.h"
 #include "Sync/VLKChangeWriteOperation.h"
 #include "Sync/VLKSyncController+Internal.h"
+#include "Sync/VLKTransferProgress.h"
 #include "objectstore/PersistentStoreCoordinator.h"
 #include "platform/base/SystemLog.h"
 #include "platform/concurrency/RunLoop.h"
@@ -120,16 +121,16 @@ void VLKSyncController::Internals::observeProgress() {
             notification, nullptr, &NS::OperationQueue::mainQueue(),
             [this, bytesKey, format, number, total](const NS::Notification& progress) {
                 const auto bytes = progress.userInfo[bytesKey].asInteger().value_or(0);
-                const auto all = progress.userInfo["VLKTotalBytes"].asInteger().value_or(0);
+                const auto all = progress.userInfo[VLKTotalBytes].asInteger().value_or(0);
                 self.setSyncStatusMessageWithFormat(format, (self.*number)() + 1, (self.*total)(), textForByteCount(bytes),
                                                     textForByteCount(all));
             });
     };
     self.m_uploadProgressObserver =
-        observe("VLKDataUploaderDidUploadData", "VLKBytesUploaded", "Uploading object %ld/%ld (%@/%@)...",
+        observe(VLKDataUploaderDidUploadData, VLKBytesUploaded, "Uploading object %ld/%ld (%@/%@)...",
                 &VLKSyncController::currentUploadObjectNumber, &VLKSyncController::totalObjectsToUpload);
     self.m_downloadProgressObserver =
-        observe("VLKDataDownloaderDidDownloadData", "VLKBytesDownloaded", "Downloading object %ld/%ld (%@/%@)...",
+        observe(VLKDataDownloaderDidDownloadData, VLKBytesDownloaded, "Downloading object %ld/%ld (%@/%@)...",
                 &VLKSyncController::currentDownloadObjectNumber, &VLKSyncController::totalObjectsToDownload);
 }
 
