@@ -1,17 +1,13 @@
 // What the run loop, the queues and the connections cost beside plain libcurl.
-#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bench/CannedServer.h"
 #include "platform/concurrency/OperationQueue.h"
 #include "platform/concurrency/RunLoop.h"
 #include "platform/url/URLConnection.h"
@@ -20,62 +16,12 @@ using namespace velkor::NS;
 
 namespace {
 
-/// Answers every request on every connection with the same body, in a thread a connection.
-class CannedServer {
-public:
-    explicit CannedServer(std::size_t size)
-        : m_answer("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(size) + "\r\n\r\n" +
-                   std::string(size, 'x')) {
-        m_listener = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        bind(m_listener, reinterpret_cast<sockaddr*>(&address), length);
-        listen(m_listener, 16);
-        getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length);
-        url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
-        std::thread([this] {
-            for (int peer; (peer = accept(m_listener, nullptr, nullptr)) >= 0;)
-                std::thread([this, peer] { serve(peer); }).detach();
-        }).detach();
-    }
-
-    std::string url;
-
-private:
-    void serve(int peer) const {
-        const int on = 1;
-        setsockopt(peer, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        std::vector<char> buffer(1 << 18);
-        for (std::string head;;) {
-            ssize_t got;
-            while (head.find("\r\n\r\n") == std::string::npos) {
-                if ((got = recv(peer, buffer.data(), buffer.size(), 0)) <= 0) return void(close(peer));
-                head.append(buffer.data(), static_cast<std::size_t>(got));
-            }
-            const auto end = head.find("\r\n\r\n") + 4;
-            const auto field = head.find("Content-Length: ");
-            std::size_t left = field < end ? std::stoul(head.substr(field + 16)) : 0;
-            left -= std::min(left, head.size() - end);
-            for (; left > 0; left -= static_cast<std::size_t>(got)) {
-                if ((got = recv(peer, buffer.data(), buffer.size(), 0)) <= 0) return void(close(peer));
-            }
-            head.clear();
-            for (std::size_t sent = 0; sent < m_answer.size(); sent += static_cast<std::size_t>(got)) {
-                if ((got = send(peer, m_answer.data() + sent, m_answer.size() - sent, MSG_NOSIGNAL)) <= 0)
-                    return void(close(peer));
-            }
-        }
-    }
-
-    const std::string m_answer;
-    int m_listener;
-};
-
 CannedServer& serverFor(std::size_t size) {
-    static auto* small = new CannedServer(200);
-    static auto* large = new CannedServer(64 << 20);
+    const auto serverWith = [](std::size_t length) {
+        return new CannedServer([answer = CannedServer::answerWith(std::string(length, 'x'))](auto) { return std::string_view(answer); });
+    };
+    static auto* small = serverWith(200);
+    static auto* large = serverWith(64 << 20);
     return size > 200 ? *large : *small;
 }
 
