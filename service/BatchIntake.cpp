@@ -15,6 +15,7 @@ BatchIntake::BatchIntake(Connection& connection, Partition& partition, Instance&
 }
 
 void BatchIntake::take(std::vector<IncomingTransaction>& transactions, std::int64_t highest) {
+    m_repeats.clear();
     if (transactions.empty()) return;
     const Sender sender{m_instance.id, highest, m_instance.highestOfOthers(m_connection, m_partition.id) <= highest};
     m_graph.actFor(sender);
@@ -51,7 +52,10 @@ bool BatchIntake::isRepeat(const IncomingTransaction& transaction, const ObjectR
 void BatchIntake::takeObjects(std::vector<IncomingTransaction>& transactions, const Sender& sender) {
     for (IncomingTransaction& transaction : transactions) {
         ObjectRow& row = m_objects.row(m_directory.obtain(transaction.guid(), m_partition.nextObject));
-        if (isRepeat(transaction, row, sender)) continue;
+        if (isRepeat(transaction, row, sender)) {
+            m_repeats.push_back(transaction.guid());
+            continue;
+        }
         if (row.number > 0 && row.instance != sender.instance && row.instance != 0) {
             keepFingerprint(m_connection, m_objects.rowId(row.object), row.instance, row.body());
         }

@@ -25,6 +25,8 @@ public:
     void store();
     /// Whether a transaction was newly stored.
     bool tookAny() const { return m_tookAny; }
+    /// The guids of the latest batch whose transactions were repeats; the batch's texts.
+    const std::vector<std::string_view>& repeats() const { return m_repeats; }
 
 private:
     bool isRepeat(const IncomingTransaction& transaction, const ObjectRow& row, const Sender& sender);
@@ -45,6 +47,7 @@ private:
         ObjectRow* row;
     };
     std::vector<Taken> m_taken;  // of the batch at hand; each object once
+    std::vector<std::string_view> m_repeats;
     std::string m_wireForm;      // of the transaction at hand
     bool m_tookAny = false;
 };

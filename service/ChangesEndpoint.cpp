@@ -4,6 +4,7 @@
 
 #include "json/JSONWriter.h"
 #include "service/BatchIntake.h"
+#include "service/BatchRecord.h"
 #include "service/Download.h"
 #include "service/NewTransactions.h"
 #include "service/SchemaEndpoint.h"
@@ -48,6 +49,8 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
     partition.changesLock = lock->serial;
     storeSchema(connection, partition.id, request.modelVersion(), request.schema());
 
+    std::int64_t above = partition.highest;
+    std::vector<std::string_view> repeats;
     const bool mayReinstate = known && known->hasRolled(connection);
     if (!request.transactions().empty() || mayReinstate || partition.hash.empty()) {
         written.directory = m_directories.current(connection, partition);
@@ -59,7 +62,9 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
             Reinstated reinstated;
             if (mayReinstate) collectRolled(connection, partition, instance, request, reinstated);
             intake.take(reinstated.transactions, instance.batchHighest);
+            above = partition.highest;
             intake.take(request.transactions(), highest);
+            repeats = intake.repeats();
             intake.store();
             if (intake.tookAny()) {
                 partition.provisional = instance.id;
@@ -69,6 +74,7 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
         partition.hash = directory.hash();
         written.state = partition;
     }
+    recordBatch(connection, partition.id, lock->serial, instance.id, above, repeats);
     if (!(partition == before)) partition.store(connection);
     return Response::json(answer(connection, partition, instance, request, highest));
 }

@@ -9,6 +9,10 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
+#include <sys/sendfile.h>
+
+#include <algorithm>
+#include <cctype>
 #include <csignal>
 #include <set>
 
@@ -29,6 +33,18 @@ constexpr std::size_t bytesPerSecond = 64 << 10;           // a slower reader of
 constexpr std::size_t mostDrained = std::size_t(1) << 26;  // of a body that nobody wants
 constexpr std::chrono::seconds draining{5};
 constexpr std::size_t firstChunkedBuffer = 64 << 10;
+constexpr std::uint64_t largestPiece = 512 << 10;  // of a body that a receiver takes; two are in memory
+constexpr std::uint64_t sentAtOnce = 4 << 20;      // of a file, while the socket takes it
+
+/// Scheme and host by which the client reached the service, also through a proxy; empty for a host that is none.
+std::string originOf(const http::request_header<>& head) {
+    const auto host = head[http::field::host];
+    const bool isHost = !host.empty() && host.size() <= 255 && std::all_of(host.begin(), host.end(), [](unsigned char c) {
+        return std::isalnum(c) || c == '.' || c == '-' || c == ':' || c == '[' || c == ']' || c == '_';
+    });
+    if (!isHost) return {};
+    return (head["X-Forwarded-Proto"] == "https" ? "https://" : "http://") + std::string(host);
+}
 
 }  // namespace
 
@@ -58,6 +74,7 @@ public:
     ~Session() {
         m_server.sessions.erase(this);
         if (m_server.stopping && m_server.sessions.empty()) m_server.cut.cancel();
+        dropRequest();
     }
 
     void start() {
@@ -68,7 +85,12 @@ public:
     void endIfIdle() {
         if (m_idle) m_stream.close();
     }
-    void cut() { m_stream.close(); }
+    void cut() {
+        // A worker that sends a file knows the socket by its number, which must stay this session's.
+        ErrorCode ignored;
+        if (m_sending) m_stream.socket().shutdown(tcp::socket::shutdown_both, ignored);
+        else m_stream.close();
+    }
 
 private:
     using Parser = http::request_parser<http::buffer_body>;
@@ -100,9 +122,14 @@ private:
         m_request.method = head.method_string();
         m_request.target = head.target();
         m_request.authorization = head[http::field::authorization];
+        m_request.contentType = head[http::field::content_type];
+        m_request.origin = originOf(head);
         m_keepAlive = head.keep_alive();
         const auto length = m_parser->content_length();
         const std::size_t size = length ? static_cast<std::size_t>(*length) : 0;
+        m_request.length = size;
+        if (length) m_request.receiver = m_server.handler.receiver(m_request);
+        if (m_request.receiver) return whenAllowed(&Session::receiveBody);
         if (!m_parser->chunked() && size <= admittedUnasked) return readBody(size);
         m_declared = m_parser->chunked() ? admittedUnasked + 1 : size;
         askForAdmission();
@@ -114,20 +141,21 @@ private:
                  [](Session& self, std::optional<Response> refusal) {
                      if (refusal && refusal->postpone) return self.wait(*refusal->postpone, &Session::askForAdmission);
                      if (refusal) return self.refuse(*std::move(refusal));
-                     self.readLargeBody();
+                     self.whenAllowed(&Session::readAdmittedBody);
                  });
     }
 
-    void readLargeBody() {
+    /// Reads the body, once a client that waits for leave to send it has got that.
+    void whenAllowed(void (Session::*read)()) {
         if (beast::iequals(m_parser->get()[http::field::expect], "100-continue")) {
             static constexpr std::string_view go = "HTTP/1.1 100 Continue\r\n\r\n";
             m_stream.expires_after(m_server.settings.patience);
-            net::async_write(m_stream, net::buffer(go), [self = shared_from_this()](ErrorCode error, std::size_t) {
-                if (!error) self->readAdmittedBody();
+            net::async_write(m_stream, net::buffer(go), [self = shared_from_this(), read](ErrorCode error, std::size_t) {
+                if (!error) ((*self).*read)();
             });
             return;
         }
-        readAdmittedBody();
+        (this->*read)();
     }
 
     void readAdmittedBody() {
@@ -196,6 +224,66 @@ private:
         readChunks();
     }
 
+    // A receiver's body: while it takes one piece, the next one comes in.
+    void receiveBody() {
+        m_left = m_request.length;
+        const auto size = static_cast<std::size_t>(std::min(m_left, largestPiece));
+        m_filling = Body(size);
+        m_taking = Body(size);
+        m_filled = net::buffer_copy(net::buffer(m_filling.data(), size), m_buffer.data());
+        m_buffer.consume(m_filled);
+        m_left -= m_filled;
+        fill();
+    }
+
+    void fill() {
+        if (m_filled == m_filling.size() || m_left == 0) return offer();
+        m_reading = true;
+        m_stream.expires_after(m_server.settings.patience);
+        m_stream.async_read_some(
+            net::buffer(m_filling.data() + m_filled, static_cast<std::size_t>(std::min<std::uint64_t>(m_filling.size() - m_filled, m_left))),
+            bound(&Session::onFilled));
+    }
+
+    void onFilled(ErrorCode error, std::size_t bytes) {
+        m_reading = false;
+        if (m_refusal) return refuse(*std::exchange(m_refusal, std::nullopt));
+        if (error) return;
+        m_filled += bytes;
+        m_left -= bytes;
+        fill();
+    }
+
+    /// Hands the piece to the receiver, unless that is still busy with the one before.
+    void offer() {
+        if (m_isTaking) return;
+        if (m_filled == 0) return handle();
+        std::swap(m_filling, m_taking);
+        m_isTaking = true;
+        const std::string_view piece = m_taking.view().substr(0, std::exchange(m_filled, 0));
+        inWorker([self = shared_from_this(), piece] { return self->m_request.receiver->take(piece); },
+                 [](Session& self, std::optional<Response> refusal) {
+                     self.m_isTaking = false;
+                     if (!refusal) {
+                         if (!self.m_reading) self.fill();
+                     } else if (self.m_reading) {
+                         self.m_refusal = std::move(refusal);
+                         self.m_stream.cancel();
+                     } else {
+                         self.refuse(*std::move(refusal));
+                     }
+                 });
+        fill();
+    }
+
+    /// Forgets the request. What its receiver took may take time to throw away.
+    void dropRequest() {
+        if (m_request.receiver) net::post(m_server.workers, [receiver = std::move(m_request.receiver)] {});
+        m_request = Request();
+        m_filling.clear();
+        m_taking.clear();
+    }
+
     void handle() {
         m_stream.expires_never();
         inWorker([self = shared_from_this()] { return self->m_server.handler.handle(self->m_request); },
@@ -234,24 +322,71 @@ private:
     }
 
     void write(Response response) {
-        m_request = Request();
-        const bool close = response.close || !m_keepAlive || m_server.stopping;
+        dropRequest();
+        m_close = response.close || !m_keepAlive || m_server.stopping;
+        m_file = std::move(response.file);
         auto& out = m_answer.emplace();
         out.version(11);
         out.result(static_cast<unsigned>(response.status));
-        out.set(http::field::content_type, "application/json");
-        out.keep_alive(!close);
+        if (response.status != 204) out.set(http::field::content_type, response.isBytes ? "application/octet-stream" : "application/json");
+        out.keep_alive(!m_close);
         if (response.status == 401) out.set(http::field::www_authenticate, "Basic realm=\"velkord\", charset=\"UTF-8\"");
         out.body() = std::move(response.body);
         out.prepare_payload();
+        if (m_file) out.content_length(m_file->size);
+        if (response.status == 204) out.erase(http::field::content_length);
         m_stream.expires_after(m_server.settings.patience + std::chrono::seconds(out.body().size() / bytesPerSecond));
-        http::async_write(m_stream, out, [self = shared_from_this(), close](ErrorCode error, std::size_t) {
+        http::async_write(m_stream, out, [self = shared_from_this()](ErrorCode error, std::size_t) {
             self->m_answer.reset();
             if (error) return;
-            if (!close) return self->readHeader();
-            ErrorCode ignored;
-            self->m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
-            if (self->m_drain) self->drain();
+            if (self->m_file) return self->sendFile();
+            self->onAnswered();
+        });
+    }
+
+    void onAnswered() {
+        if (!m_close) return readHeader();
+        ErrorCode ignored;
+        m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
+        if (m_drain) drain();
+    }
+
+    // A file goes from the disk to the socket inside the kernel; a worker waits for the disk, the loop for the socket.
+    void sendFile() {
+        m_sent = 0;
+        m_stream.socket().native_non_blocking(true);
+        sendMore();
+    }
+
+    void sendMore() {
+        if (m_sent == m_file->size) {
+            m_file.reset();
+            return onAnswered();
+        }
+        m_sending = true;
+        inWorker(
+            [self = shared_from_this(), socket = m_stream.socket().native_handle()] {
+                off64_t from = static_cast<off64_t>(self->m_sent);
+                const std::uint64_t size = std::min(self->m_file->size - self->m_sent, sentAtOnce);
+                const ssize_t sent = ::sendfile64(socket, self->m_file->descriptor.number(), &from, static_cast<std::size_t>(size));
+                return sent < 0 ? -errno : sent;
+            },
+            [](Session& self, ssize_t sent) { self.onSent(sent); });
+    }
+
+    void onSent(ssize_t sent) {
+        m_sending = false;
+        // A file that is shorter than it was ends the connection: the client sees that something is missing.
+        if (sent == 0 || (sent < 0 && sent != -EAGAIN && sent != -EINTR)) return m_stream.close();
+        if (sent > 0) m_sent += static_cast<std::uint64_t>(sent);
+        if (sent != -EAGAIN) return sendMore();
+        m_timer.expires_after(m_server.settings.patience);
+        m_timer.async_wait([self = shared_from_this()](ErrorCode error) {
+            if (!error) self->m_stream.close();
+        });
+        m_stream.socket().async_wait(tcp::socket::wait_write, [self = shared_from_this()](ErrorCode error) {
+            self->m_timer.cancel();
+            if (!error) self->sendMore();
         });
     }
 
@@ -283,6 +418,15 @@ private:
     std::size_t m_declared = 0;  // size for which the body was admitted
     std::size_t m_filled = 0;    // bytes of the body that are there
     std::size_t m_place = 0;     // room that the parser was given
+    Body m_filling, m_taking;    // of a receiver's body: what is read into, what is taken from
+    std::uint64_t m_left = 0;    // bytes of it that are still to be read
+    std::optional<Response> m_refusal;
+    std::shared_ptr<const BodyFile> m_file;
+    std::uint64_t m_sent = 0;  // bytes of the file
+    bool m_reading = false;
+    bool m_isTaking = false;
+    bool m_sending = false;
+    bool m_close = false;
     bool m_idle = false;         // waits for a request
     bool m_keepAlive = false;
     bool m_drain = false;
@@ -332,6 +476,8 @@ NS::Result<std::uint16_t> HttpServer::listen() {
 
 void HttpServer::run() {
     auto& state = *m_state;
+    // Sending a file to a client that has gone away would end the process.
+    std::signal(SIGPIPE, SIG_IGN);
     state.signals.add(SIGTERM);
     state.signals.add(SIGINT);
     state.signals.async_wait([&state](ErrorCode error, int) {

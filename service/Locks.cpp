@@ -1,5 +1,6 @@
 #include "service/Locks.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "PelmoLib/encodings/VLKLog.h"
@@ -10,16 +11,20 @@
 namespace velkor::service {
 namespace {
 
-constexpr Sql findLock{"SELECT serial, held, app, instance, since, active FROM locks WHERE user_id = :user", "i:iittii"};
+constexpr Sql findLock{
+    "SELECT serial, held, app, instance, since, active, transfer_until FROM locks WHERE user_id = :user", "i:iittiii"};
 constexpr Sql grantLock{
-    "INSERT INTO locks (user_id, serial, held, app, instance, since, active) VALUES (:user, 1, 1, :app, "
-    ":instance, :now, :now) ON CONFLICT (user_id) DO UPDATE SET serial = locks.serial + 1, held = 1, "
-    "app = excluded.app, instance = excluded.instance, since = excluded.since, active = excluded.active",
+    "INSERT INTO locks (user_id, serial, held, app, instance, since, active, transfer_until) VALUES (:user, 1, 1, :app, "
+    ":instance, :now, :now, 0) ON CONFLICT (user_id) DO UPDATE SET serial = locks.serial + 1, held = 1, "
+    "app = excluded.app, instance = excluded.instance, since = excluded.since, active = excluded.active, transfer_until = 0",
     "itti:"};
 constexpr Sql releaseLock{"UPDATE locks SET held = 0 WHERE user_id = :user", "i:"};
-constexpr Sql touchLock{"UPDATE locks SET active = :now WHERE user_id = :user AND serial = :serial", "iii:"};
+constexpr Sql touchLock{
+    "UPDATE locks SET active = :now, transfer_until = :until WHERE user_id = :user AND serial = :serial", "iiii:"};
 
 constexpr std::int64_t touchesPerLease = 16;
+constexpr std::int64_t longestTransferLeases = 8;
+constexpr std::int64_t longestTransferTime = 900'000;  // milliseconds
 
 std::string grantAnswer(std::int64_t user) {
     std::string text;
@@ -89,7 +94,7 @@ std::optional<Lock> Locks::heldBy(Connection& connection, std::int64_t user, std
 std::optional<Lock> Locks::find(Connection& connection, std::int64_t user) {
     auto rows = connection.query(findLock, user);
     if (!rows.next()) return std::nullopt;
-    return Lock{rows.integer(0), rows.integer(1) != 0, rows.text(2), rows.text(3), rows.integer(4), rows.integer(5)};
+    return Lock{rows.integer(0), rows.integer(1) != 0, rows.text(2), rows.text(3), rows.integer(4), rows.integer(5), rows.integer(6)};
 }
 
 Response Locks::refusal(Connection& connection, std::int64_t user) {
@@ -100,28 +105,55 @@ Response Locks::refusal(Connection& connection, std::int64_t user) {
 
 void Locks::noteActivity(std::int64_t user, std::string_view instance) {
     const auto lock = m_database.read([&](Connection& connection) { return find(connection, user); });
-    if (!lock || !lock->isHeldBy(instance) || isOfLate(*lock)) return;
+    if (!lock || !lock->isHeldBy(instance) || !isTouchDue(*lock)) return;
     m_database.write(user, [&](Connection& connection) { return heldBy(connection, user, instance).has_value(); });
 }
 
-bool Locks::isOfLate(const Lock& lock) const { return m_now() - lock.active < m_lease / touchesPerLease; }
+bool Locks::isTouchDue(const Lock& lock) const {
+    return lock.transferUntil != 0 || m_now() - lock.active >= m_lease / touchesPerLease;
+}
 
 void Locks::touch(Connection& connection, std::int64_t user, const Lock& lock) {
-    if (!isOfLate(lock)) connection.run(touchLock, m_now(), user, lock.serial);
+    if (isTouchDue(lock)) connection.run(touchLock, m_now(), 0, user, lock.serial);
 }
 
 void Locks::keepAlive(std::int64_t user) {
     try {
         const auto lock = m_database.read([&](Connection& connection) { return find(connection, user); });
-        if (!lock || !lock->held || isOfLate(*lock)) return;
-        m_database.write(user, [&](Connection& connection) { return connection.run(touchLock, m_now(), user, lock->serial); });
+        if (!lock || !lock->held || !isTouchDue(*lock)) return;
+        m_database.write(user, [&](Connection& connection) { return connection.run(touchLock, m_now(), 0, user, lock->serial); });
     } catch (const DatabaseFailure& failure) {
         VLKLog::sharedInstance().logMessageAtLevel(100, "The database failed: %@", failure.what());
     }
 }
 
+std::int64_t Locks::longestTransfer() const { return std::min(longestTransferTime, longestTransferLeases * m_lease); }
+
+bool Locks::isTransferNoteDue(const Lock& lock) const {
+    return lock.held && m_now() + longestTransfer() - lock.transferUntil >= m_lease / touchesPerLease;
+}
+
+void Locks::noteTransfer(Connection& connection, std::int64_t user) {
+    const auto lock = find(connection, user);
+    if (lock && isTransferNoteDue(*lock)) connection.run(touchLock, m_now(), m_now() + longestTransfer(), user, lock->serial);
+}
+
+void Locks::noteTransfer(std::int64_t user) {
+    const auto lock = m_database.read([&](Connection& connection) { return find(connection, user); });
+    if (!lock || !isTransferNoteDue(*lock)) return;
+    m_database.write(user, [&](Connection& connection) {
+        noteTransfer(connection, user);
+        return 0;
+    });
+}
+
+void Locks::noteTransferEnd(Connection& connection, std::int64_t user) {
+    if (const auto lock = find(connection, user); lock && lock->held) touch(connection, user, *lock);
+}
+
 bool Locks::isSilent(const Lock& lock, std::int64_t user) const {
-    return m_now() - lock.active >= m_lease + m_lease / touchesPerLease && !m_arrivals.has(user);
+    const auto now = m_now();
+    return now - lock.active >= m_lease + m_lease / touchesPerLease && now >= lock.transferUntil && !m_arrivals.has(user);
 }
 
 }  // namespace velkor::service

@@ -21,6 +21,7 @@ struct Lock {
     std::string instance;
     std::int64_t since = 0;   // milliseconds since 1970
     std::int64_t active = 0;  // when the holder was last heard of, a sixteenth of a lease late at most
+    std::int64_t transferUntil = 0;  // the holder counts as active until then, because it moves a blob; 0 for none
 
     bool isHeldBy(std::string_view name) const { return held && instance == name; }
 };
@@ -47,6 +48,14 @@ public:
     /// Notes that the instance was heard of, outside of any transaction.
     void noteActivity(std::int64_t user, std::string_view instance);
 
+    /// A blob's address was issued to the user, in the open transaction, which writes. Moving the blob is no request, so the lock's
+    /// holder counts as active until it is heard of again, for 900 s or 8 leases at most.
+    void noteTransfer(Connection& connection, std::int64_t user);
+    /// The same outside of any transaction.
+    void noteTransfer(std::int64_t user);
+    /// The blob was moved; in the open transaction, which writes.
+    void noteTransferEnd(Connection& connection, std::int64_t user);
+
     /// While a user has a request on its way in, the user's lock is not taken over.
     Arrivals& arrivals() { return m_arrivals; }
 
@@ -54,8 +63,10 @@ public:
 
 private:
     bool isSilent(const Lock& lock, std::int64_t user) const;
-    bool isOfLate(const Lock& lock) const;
+    bool isTouchDue(const Lock& lock) const;
     void touch(Connection& connection, std::int64_t user, const Lock& lock);
+    bool isTransferNoteDue(const Lock& lock) const;
+    std::int64_t longestTransfer() const;
     /// Counts the holder, whoever it is, as active.
     void keepAlive(std::int64_t user);
 

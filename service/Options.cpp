@@ -54,6 +54,7 @@ std::map<std::string, Setter, std::less<>> settersOf(Options& options) {
         return setters;
     }
     constexpr std::int64_t many = std::int64_t(1) << 40;
+    setters["--blob-store"] = text(options.blobStoreUrl);
     setters["--listen"] = [&](const std::string& value) { return readListen(value, options); };
     setters["--lease"] = [&](const std::string& value) {
         return readNumber<std::int64_t>(value, 1, 86400, options.leaseSeconds);
@@ -61,6 +62,9 @@ std::map<std::string, Setter, std::less<>> settersOf(Options& options) {
     setters["--page"] = [&](const std::string& value) { return readNumber<std::int64_t>(value, 1, 1000000, options.page); };
     setters["--max-body"] = [&](const std::string& value) {
         return readNumber<std::int64_t>(value, 1, many, options.maximumBody);
+    };
+    setters["--max-blob"] = [&](const std::string& value) {
+        return readNumber<std::int64_t>(value, 1, many, options.maximumBlob);
     };
     setters["--log-level"] = [&](const std::string& value) { return readNumber<std::int32_t>(value, 0, 1000, options.logLevel); };
     return setters;
@@ -93,8 +97,8 @@ NS::Result<Options> Options::parse(std::span<const char* const> arguments) {
 }
 
 std::string_view Options::usage() {
-    return "usage: velkord [--data DIR] [--listen HOST:PORT] [--database URL] [--lease SECONDS] [--page N] [--max-body BYTES]\n"
-           "               [--log-level N]\n"
+    return "usage: velkord [--data DIR] [--listen HOST:PORT] [--database URL] [--blob-store URL] [--lease SECONDS] [--page N]\n"
+           "               [--max-body BYTES] [--max-blob BYTES] [--log-level N]\n"
            "       velkord expire --user EMAIL --app APP --guid GUID [--data DIR | --database URL]";
 }
 
@@ -103,12 +107,15 @@ std::string Options::helpText() {
 
 Serves the sync protocol over HTTP from an embedded SQLite database, or from PostgreSQL. `expire` marks an object as expired for all clients of a user.
 
-  --data DIR           directory of the database, made when missing ($XDG_DATA_HOME/velkord)
+  --data DIR           directory of the database and the blobs, made when missing ($XDG_DATA_HOME/velkord)
   --listen HOST:PORT   address; port 0 takes a free one and prints it (127.0.0.1:8330)
   --database URL       keeps everything in this PostgreSQL database, which several velkord may share (postgresql://...)
+  --blob-store URL     keeps blobs in this bucket of an S3-compatible store, with credentials from the environment
+                       (s3://BUCKET[/PREFIX][?endpoint=URL][&region=REGION])
   --lease SECONDS      silence after which another client may take a user's lock (120)
   --page N             transactions that one answer carries at most; more are fetched page by page (500)
   --max-body BYTES     longest request body (1 GiB)
+  --max-blob BYTES     longest blob (5 GiB)
   --log-level N        100 errors to 400 everything, on standard error (100)
 )";
 }

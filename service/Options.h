@@ -13,11 +13,13 @@ namespace velkor::service {
 struct Options {
     std::string dataDirectory;  // absolute or relative; made when missing
     std::string databaseUrl;    // of a PostgreSQL database; empty for the embedded one
+    std::string blobStoreUrl;   // of an S3 bucket; empty for the embedded store
     std::string host = "127.0.0.1";
     std::uint16_t port = 8330;        // 0 takes a free one
     std::int64_t leaseSeconds = 120;  // silence after which another instance may take a lock
     std::int64_t page = 500;          // transactions that one answer or page carries at most
     std::int64_t maximumBody = std::int64_t(1) << 30;
+    std::int64_t maximumBlob = std::int64_t(5) << 30;
     std::int32_t logLevel = 100;
 
     bool help = false;

@@ -50,14 +50,15 @@ bool fits(const std::vector<std::string>& path, const std::vector<std::string_vi
 struct Router::Route {
     std::string_view method;
     std::vector<std::string_view> path;
-    Response (Router::*answer)(const User& user, const Match& match, Request& request);  // null: needs no account
+    Response (Router::*answer)(const User& user, const Match& match, Request& request);
     bool large = false;   // its body may be as large as the service allows
     bool ofUser = false;  // the first parameter is the user's own id
+    Response (Router::*open)(const Match& match, Request& request) = nullptr;  // instead of `answer`: needs no account
 };
 
 const std::vector<Router::Route>& Router::routes() {
     static const std::vector<Route> table{
-        {"POST", {"users.json"}, nullptr},
+        {"POST", {"users.json"}, nullptr, false, false, &Router::signUp},
         {"DELETE", {"users", "sign_out.json"}, &Router::signOut},
         {"GET", {"transactions", "verify.json"}, &Router::verify},
         {"POST", {"transactions", "rollback.json"}, &Router::rollback},
@@ -66,17 +67,22 @@ const std::vector<Router::Route>& Router::routes() {
         {"POST", {"users", "*", "transactions.json"}, &Router::changes, true, true},
         {"GET", {"users", "*", "batchdownload.json"}, &Router::page, false, true},
         {"POST", {"client_apps", "**", "schema.json"}, &Router::schema, true},
+        {"GET", {"client_apps", "**", "blobs", "*", "*", "read.json"}, nullptr, false, false, &Router::readBlob},
+        {"GET", {"client_apps", "**", "blobs", "*", "*", "write.json"}, nullptr, false, false, &Router::writeBlob},
+        {"POST", {"client_apps", "**", "blobs", "*", "*", "wrote.json"}, nullptr, false, false, &Router::wroteBlob},
+        {"GET", {"client_apps", "**", "blobs", "*", "*", "delete.json"}, nullptr, false, false, &Router::deleteBlob},
     };
     return table;
 }
 
-Router::Router(Database& database, const Settings& settings)
+Router::Router(Database& database, BlobStore& blobStore, const Settings& settings)
     : m_database(database),
       m_settings(settings),
       m_accounts(database),
       m_locks(database, settings.leaseSeconds, settings.now),
       m_changes(database, m_locks, settings.page),
-      m_download(database, m_locks) {}
+      m_download(database, m_locks),
+      m_blobs(database, m_locks, blobStore, settings.now) {}
 
 std::variant<const Router::Route*, Response> Router::find(const Request& request, Match& match) {
     const std::string_view target = request.target;
@@ -95,6 +101,7 @@ std::variant<const Router::Route*, Response> Router::find(const Request& request
 }
 
 std::optional<Response> Router::admit(Request& head, std::size_t bodySize) {
+    if (BlobEndpoints::isStoreTarget(head.target)) return Response::error(411, "An upload says how long it is.");
     Match match;
     auto found = find(head, match);
     if (auto* refusal = std::get_if<Response>(&found)) return std::move(*refusal);
@@ -102,12 +109,14 @@ std::optional<Response> Router::admit(Request& head, std::size_t bodySize) {
     if (bodySize > (route.large ? static_cast<std::size_t>(m_settings.maximumBody) : longestSmallBody)) {
         return Response::error(413, "The request is too large.");
     }
-    if (!route.answer) return std::nullopt;
+    if (route.open) return std::nullopt;
     auto user = m_accounts.authenticate(head);
     if (auto* refusal = std::get_if<Response>(&user)) return std::move(*refusal);
     head.hold = std::make_shared<Arrivals::Arrival>(m_locks.arrivals(), std::get<User>(user).id);
     return std::nullopt;
 }
+
+std::shared_ptr<BodyReceiver> Router::receiver(const Request& head) { return m_blobs.receiver(head); }
 
 Response Router::handle(Request& request) {
     auto& log = VLKLog::sharedInstance();
@@ -116,6 +125,9 @@ Response Router::handle(Request& request) {
     } catch (const DatabaseFailure& failure) {
         log.logMessageAtLevel(100, "The database failed: %@", failure.what());
         return Response::error(503, "The service cannot reach its data.");
+    } catch (const BlobStoreFailure& failure) {
+        log.logMessageAtLevel(100, "The blob store failed: %@", failure.what());
+        return Response::error(503, "The service cannot reach its blobs.");
     } catch (const std::bad_alloc&) {
         log.logMessageAtLevel(100, "Out of memory.");
         return Response::error(503, "The service is out of memory.");
@@ -126,11 +138,12 @@ Response Router::handle(Request& request) {
 }
 
 Response Router::answer(Request& request) {
+    if (BlobEndpoints::isStoreTarget(request.target)) return m_blobs.serve(request);
     Match match;
     auto found = find(request, match);
     if (auto* refusal = std::get_if<Response>(&found)) return std::move(*refusal);
     const Route& route = *std::get<const Route*>(found);
-    if (!route.answer) return m_accounts.signUp(request.body.view());
+    if (route.open) return (this->*route.open)(match, request);
     auto user = m_accounts.authenticate(request);
     if (auto* refusal = std::get_if<Response>(&user)) return std::move(*refusal);
     const User& who = std::get<User>(user);
@@ -163,5 +176,33 @@ Response Router::rollback(const User& user, const Match&, Request& request) {
 Response Router::verify(const User& user, const Match&, Request&) { return m_accounts.verify(user); }
 
 Response Router::signOut(const User& user, const Match&, Request&) { return m_accounts.signOut(user); }
+
+Response Router::signUp(const Match&, Request& request) { return m_accounts.signUp(request.body.view()); }
+
+std::variant<BlobCall, Response> Router::blobCall(const Match& match, const Request& request) {
+    if (request.origin.empty()) return Response::error(400, "The request names no host.");
+    BlobCall call{std::nullopt, match.parameters[0], match.parameters[1], match.parameters[2], request.origin};
+    if (BlobEndpoints::isAnonymous(request)) return call;
+    auto user = m_accounts.authenticate(request);
+    if (auto* refusal = std::get_if<Response>(&user)) return std::move(*refusal);
+    call.user = std::move(std::get<User>(user));
+    return call;
+}
+
+Response Router::readBlob(const Match& match, Request& request) {
+    return withBlobCall(match, request, [&](const BlobCall& call) { return m_blobs.read(call); });
+}
+
+Response Router::writeBlob(const Match& match, Request& request) {
+    return withBlobCall(match, request, [&](const BlobCall& call) { return m_blobs.write(call); });
+}
+
+Response Router::wroteBlob(const Match& match, Request& request) {
+    return withBlobCall(match, request, [&](const BlobCall& call) { return m_blobs.wrote(call, request.body.view()); });
+}
+
+Response Router::deleteBlob(const Match& match, Request& request) {
+    return withBlobCall(match, request, [&](const BlobCall& call) { return m_blobs.remove(call); });
+}
 
 }  // namespace velkor::service

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "service/Accounts.h"
+#include "service/BlobEndpoints.h"
 #include "service/ChangesEndpoint.h"
 #include "service/Database.h"
 #include "service/Download.h"
@@ -23,9 +24,10 @@ public:
         Locks::Clock now = Locks::systemMilliseconds;
     };
 
-    /// The database lives longer.
-    Router(Database& database, const Settings& settings);
+    /// The database and the store live longer.
+    Router(Database& database, BlobStore& blobStore, const Settings& settings);
 
+    std::shared_ptr<BodyReceiver> receiver(const Request& head) override;
     std::optional<Response> admit(Request& head, std::size_t bodySize) override;
     Response handle(Request& request) override;
 
@@ -51,12 +53,27 @@ private:
     Response verify(const User& user, const Match& match, Request& request);
     Response signOut(const User& user, const Match& match, Request& request);
 
+    Response signUp(const Match& match, Request& request);
+    Response readBlob(const Match& match, Request& request);
+    Response writeBlob(const Match& match, Request& request);
+    Response wroteBlob(const Match& match, Request& request);
+    Response deleteBlob(const Match& match, Request& request);
+    /// What a blob call names and who calls, or the answer that refuses it.
+    std::variant<BlobCall, Response> blobCall(const Match& match, const Request& request);
+    template <class F>
+    Response withBlobCall(const Match& match, const Request& request, F&& answer) {
+        auto call = blobCall(match, request);
+        if (auto* refusal = std::get_if<Response>(&call)) return std::move(*refusal);
+        return answer(std::get<BlobCall>(call));
+    }
+
     Database& m_database;
     const Settings m_settings;
     Accounts m_accounts;
     Locks m_locks;
     ChangesEndpoint m_changes;
     DownloadEndpoint m_download;
+    BlobEndpoints m_blobs;
 };
 
 }  // namespace velkor::service

@@ -15,7 +15,7 @@ constexpr const char* tables[] = {
     "CREATE TABLE users (id {serial}, email TEXT NOT NULL UNIQUE, password TEXT NOT NULL, password_version BIGINT NOT NULL)",
 
     "CREATE TABLE locks (user_id {given}, serial BIGINT NOT NULL, held BIGINT NOT NULL, app TEXT NOT NULL, "
-    "instance TEXT NOT NULL, since BIGINT NOT NULL, active BIGINT NOT NULL)",
+    "instance TEXT NOT NULL, since BIGINT NOT NULL, active BIGINT NOT NULL, transfer_until BIGINT NOT NULL)",
 
     "CREATE TABLE partitions (id {serial}, user_id BIGINT NOT NULL, app TEXT NOT NULL, highest BIGINT NOT NULL, "
     "epoch BIGINT NOT NULL, next_object BIGINT NOT NULL, hash TEXT NOT NULL, changes_lock BIGINT NOT NULL, "
@@ -48,7 +48,7 @@ constexpr const char* tables[] = {
     "body TEXT NOT NULL)",
     "CREATE INDEX rolled_instance ON rolled (instance, guid)",
 
-    // What the blob store holds or may come to hold; see BlobRegister. "name" is the store's, "due" when it is to be removed there.
+    // What the blob store holds or may come to hold; see BlobTable. "name" is the store's, "due" when it is to be removed there.
     "CREATE TABLE blobs (name TEXT NOT NULL PRIMARY KEY, partition_id BIGINT NOT NULL, guid TEXT NOT NULL, "
     "attribute TEXT NOT NULL, state BIGINT NOT NULL, hash TEXT NOT NULL, issued BIGINT NOT NULL, due BIGINT NOT NULL)",
     "CREATE INDEX blobs_place ON blobs (partition_id, guid, attribute)",

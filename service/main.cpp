@@ -1,13 +1,18 @@
 // velkord: the sync service.
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "PelmoLib/encodings/VLKLog.h"
+#include "service/BlobSweeper.h"
+#include "service/BlobTable.h"
 #include "service/Database.h"
+#include "service/DiskBlobStore.h"
 #include "service/Expiry.h"
 #include "service/HttpServer.h"
 #include "service/Options.h"
 #include "service/Router.h"
+#include "service/S3BlobStore.h"
 
 namespace {
 
@@ -19,12 +24,37 @@ int fail(const std::string& text) {
     return 1;
 }
 
+NS::Result<std::unique_ptr<BlobStore>> openBlobStore(Database& database, const Options& options) {
+    if (!options.blobStoreUrl.empty()) {
+        auto bucket = S3Bucket::parse(options.blobStoreUrl, [](const char* name) -> std::optional<std::string> {
+            const char* value = std::getenv(name);
+            return value ? std::optional<std::string>(value) : std::nullopt;
+        });
+        if (!bucket) return bucket.error();
+        return std::unique_ptr<BlobStore>(std::make_unique<S3BlobStore>(
+            std::move(bucket).value(), static_cast<std::uint64_t>(options.maximumBlob), Locks::systemMilliseconds));
+    }
+    DiskBlobStore::Settings settings;
+    settings.maximumBlob = static_cast<std::uint64_t>(options.maximumBlob);
+    settings.now = Locks::systemMilliseconds;
+    settings.isWanted = [&](const std::string& name) {
+        return database.read([&](Connection& connection) { return BlobTable::isUpload(connection, name); });
+    };
+    auto store = DiskBlobStore::open(options.dataDirectory + "/blobs", std::move(settings));
+    if (!store) return store.error();
+    return std::unique_ptr<BlobStore>(std::move(store).value());
+}
+
 int serve(Database& database, const Options& options) {
+    const auto blobStore = openBlobStore(database, options);
+    if (!blobStore) return fail(blobStore.error().localizedDescription());
     Router::Settings settings;
     settings.leaseSeconds = options.leaseSeconds;
     settings.page = options.page;
     settings.maximumBody = options.maximumBody;
-    Router router(database, settings);
+    Router router(database, *blobStore.value(), settings);
+    BlobSweeper sweeper(database, *blobStore.value(), Locks::systemMilliseconds);
+    sweeper.start();
     HttpServer::Settings address;
     address.host = options.host;
     address.port = options.port;

@@ -103,4 +103,22 @@ std::array<std::uint8_t, 32> SHA256Digest::finish() {
     return digest;
 }
 
+struct SHA1Digest::State {
+    Context context;
+};
+
+SHA1Digest::SHA1Digest() : m_state(std::make_unique<State>()) { m_state->context.begin(sha1()); }
+SHA1Digest::~SHA1Digest() = default;
+SHA1Digest::SHA1Digest(SHA1Digest&&) noexcept = default;
+SHA1Digest& SHA1Digest::operator=(SHA1Digest&&) noexcept = default;
+
+void SHA1Digest::update(std::string_view bytes) { m_state->context.update(bytes); }
+
+std::array<std::uint8_t, 20> SHA1Digest::finish() {
+    std::array<std::uint8_t, 20> digest;
+    m_state->context.finish(digest.data());
+    m_state->context.begin(sha1());
+    return digest;
+}
+
 }  // namespace velkor

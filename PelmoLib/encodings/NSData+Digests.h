@@ -39,4 +39,20 @@ private:
     std::unique_ptr<State> m_state;
 };
 
+/// The same for SHA-1.
+class VELKOR_EXPORT SHA1Digest {
+public:
+    SHA1Digest();
+    ~SHA1Digest();
+    SHA1Digest(SHA1Digest&&) noexcept;
+    SHA1Digest& operator=(SHA1Digest&&) noexcept;
+
+    void update(std::string_view bytes);
+    std::array<std::uint8_t, 20> finish();
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
+
 }  // namespace velkor

@@ -11,7 +11,7 @@ using Arguments = std::vector<const char*>;
 
 TEST(OptionsTest, readsWhatTheCommandLineSays) {
     const auto options = Options::parse(Arguments{"--data", "/d", "--listen", "[::1]:0", "--lease", "5", "--page", "7",
-                                                  "--max-body", "1000", "--log-level", "300"});
+                                                  "--max-body", "1000", "--max-blob", "2000", "--blob-store", "s3://b", "--log-level", "300"});
     ASSERT_TRUE(options);
     EXPECT_EQ(options.value().dataDirectory, "/d");
     EXPECT_EQ(options.value().host, "::1");
@@ -19,6 +19,8 @@ TEST(OptionsTest, readsWhatTheCommandLineSays) {
     EXPECT_EQ(options.value().leaseSeconds, 5);
     EXPECT_EQ(options.value().page, 7);
     EXPECT_EQ(options.value().maximumBody, 1000);
+    EXPECT_EQ(options.value().maximumBlob, 2000);
+    EXPECT_EQ(options.value().blobStoreUrl, "s3://b");
     EXPECT_EQ(options.value().logLevel, 300);
     const auto plain = Options::parse({});
     ASSERT_TRUE(plain);

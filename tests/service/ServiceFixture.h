@@ -16,6 +16,8 @@
 #include "json/CJSONDeserializer.h"
 #include "json/CJSONSerializer.h"
 #include "platform/base/Value.h"
+#include "service/BlobTable.h"
+#include "service/DiskBlobStore.h"
 #include "service/Router.h"
 #include "tests/support/PostgreSQL.h"
 
@@ -48,8 +50,9 @@ public:
     }
     /// What tells the program to use it.
     std::vector<std::string> options() const {
-        if (m_server) return {"--database", m_server->url()};
-        return {"--data", m_directory};
+        std::vector<std::string> words{"--data", m_directory};
+        if (m_server) words.insert(words.end(), {"--database", m_server->url()});
+        return words;
     }
 
 private:
@@ -236,13 +239,15 @@ protected:
 
     void start(Router::Settings settings = {}) {
         for (auto* router : {&m_router, &m_otherRouter}) router->reset();
+        m_blobStore.reset();
         for (auto* database : {&m_database, &m_otherDatabase}) database->reset();
         settings.now = [this] { return m_time.load(); };
         m_database = m_place.open();
-        m_router = std::make_unique<Router>(*m_database, settings);
+        openBlobStore();
+        m_router = std::make_unique<Router>(*m_database, *m_blobStore, settings);
         if (test::isOnPostgreSQL()) {
             m_otherDatabase = m_place.open();
-            m_otherRouter = std::make_unique<Router>(*m_otherDatabase, settings);
+            m_otherRouter = std::make_unique<Router>(*m_otherDatabase, *m_blobStore, settings);
         }
         if (!m_signedUp) m_signedUp = signUp("u@example.org", "secret").status == 200;
     }
@@ -257,6 +262,7 @@ protected:
             request.method = method;
             request.target = target;
             request.authorization = authorization;
+            request.origin = "http://service";
             request.body = Body(body);
             const bool other = m_otherRouter && m_requests++ % 2 == 1;
             return (other ? m_otherRouter : m_router)->handle(request);
@@ -266,10 +272,23 @@ protected:
         return TestClient(exchange(), "u@example.org", "secret", instance, app);
     }
 
+    void openBlobStore() {
+        auto opened = DiskBlobStore::open(m_directory.path() + "/blobs", {.maximumBlob = 100'000,
+                                                                          .now = [this] { return m_time.load(); },
+                                                                          .isWanted = [this](const std::string& name) {
+                                                                              return m_database->read([&](Connection& connection) {
+                                                                                  return BlobTable::isUpload(connection, name);
+                                                                              });
+                                                                          }});
+        if (!opened) throw std::runtime_error(opened.error().localizedDescription());
+        m_blobStore = std::move(opened).value();
+    }
+
     TemporaryDirectory m_directory;
     TestDatabase m_place{m_directory.path() + "/data"};
     std::unique_ptr<Database> m_database;
     std::unique_ptr<Database> m_otherDatabase;  // null unless on PostgreSQL
+    std::unique_ptr<DiskBlobStore> m_blobStore;
     std::unique_ptr<Router> m_router, m_otherRouter;
     std::atomic<std::int64_t> m_time = 1'700'000'000'000;
     int m_requests = 0;
