@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "objectstore/ObjectState.h"
+#include "platform/base/DecimalText.h"
 
 namespace velkor::NS {
 
@@ -36,10 +37,19 @@ bool comesBefore(RowKey left, RowKey right) noexcept {
     return left < 0 ? left > right : left < right;
 }
 
+/// None for dates, infinities and what is no number.
+std::optional<DecimalParts> decimalOf(const Value& value) {
+    return DecimalParts::parse(value.asDecimal() ? *value.asDecimal() : std::string_view(value.description()));
+}
+
 int orderOfNumbers(const Value& left, const Value& right) noexcept {
     const auto a = left.asInteger();
     const auto b = right.asInteger();
     if (a && b) return order(*a, *b);
+    if (left.asDecimal() || right.asDecimal()) {
+        const auto x = decimalOf(left), y = decimalOf(right);
+        if (x && y) return x->compare(*y);
+    }
     // Unsaved values may be no numbers; without a place of their own they would leave no order to sort by.
     const double x = realOf(left), y = realOf(right);
     if (std::isnan(x) || std::isnan(y)) return order(std::isnan(y), std::isnan(x));

@@ -13,7 +13,26 @@ bool takeDigits(std::string_view& text, std::string& digits) {
     return count != 0;
 }
 
+int signOf(std::int64_t difference) noexcept { return difference < 0 ? -1 : difference > 0 ? 1 : 0; }
+
+int signOf(const DecimalParts& number) noexcept { return number.digits.empty() ? 0 : number.negative ? -1 : 1; }
+
+/// Compares the sizes of two numbers that are not zero.
+int compareMagnitudes(const DecimalParts& left, const DecimalParts& right) noexcept {
+    const auto places = [](const DecimalParts& number) {
+        return number.exponent + static_cast<std::int64_t>(number.digits.size());
+    };
+    if (places(left) != places(right)) return signOf(places(left) - places(right));
+    return signOf(left.digits.compare(right.digits));  // digits have no zeros at either end
+}
+
 }  // namespace
+
+int DecimalParts::compare(const DecimalParts& other) const noexcept {
+    const int sign = signOf(*this);
+    if (sign != signOf(other)) return signOf(sign - signOf(other));
+    return sign == 0 ? 0 : sign * compareMagnitudes(*this, other);
+}
 
 std::optional<DecimalParts> DecimalParts::parse(std::string_view text) {
     DecimalParts parts;

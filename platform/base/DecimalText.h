@@ -19,6 +19,8 @@ struct DecimalParts {
     static std::optional<DecimalParts> parse(std::string_view text);
     /// The number, when it is whole and within 64 bits.
     std::optional<std::int64_t> asInteger() const;
+    /// Negative, 0 or positive: how the number compares with the other.
+    int compare(const DecimalParts& other) const noexcept;
     bool operator==(const DecimalParts&) const = default;
 };
 

@@ -45,6 +45,22 @@ TEST_F(FetchTest, ValuesThatCannotBeSavedHaveTheirPlaceInTheOrder) {
     }));
 }
 
+TEST_F(FetchTest, DecimalsAreSortedByAllTheirDigits) {
+    const ObjectRef ledger = insert(m_context, "Ledger", "l");
+    const char* const amounts[] = {"12345678901234567890.07", "-3", "12345678901234567890.05", "0.5", "12345678901234567890.060"};
+    FetchRequest request(&entity("Entry"));
+    request.sortDescriptors = {{"amount", true}};
+    for (const char* amount : amounts) {
+        const ObjectRef entry = insert(m_context, "Entry", amount);
+        set(entry, "amount", Value::decimal(amount));
+        set(entry, "ledger", ledger);
+    }
+    const std::string sorted = "-3 0.5 12345678901234567890.05 12345678901234567890.060 12345678901234567890.07";
+    EXPECT_EQ(run(m_context, request), sorted) << "unsaved";
+    save(m_context);
+    EXPECT_EQ(run(m_context, request), sorted);
+}
+
 TEST_F(FetchTest, MemoryJudgesAsTheStoreDoes) {
     const ObjectRef f = insert(m_context, "Folder", "f");
     const Value titles[] = {Value(), "", "a", "b", "Ä"};
