@@ -102,8 +102,7 @@ void ObjectJSONWriter::logFailure(const ManagedObject& object, const EntityPlan&
     std::optional<Error> error;
     (void)CJSONDataSerializer::serializer().serializeDictionary(
         Dictionary{{"attributes", std::move(attributes)}, {"relationships", std::move(relationships)}}, &error);
-    if (error)
-        VLKLog::sharedInstance().logMessageAtLevel(100, "Error serializing object: %@", error->localizedDescription());
+    if (error) VLKLog::sharedInstance().logMessageAtLevel(100, "Error serializing object: %@", error->localizedDescription());
 }
 
 template <class Use>

@@ -176,7 +176,8 @@ void VLKTransaction::replayRelationshipsIntoMOC(ManagedObjectContext& context) {
 void VLKTransaction::replayRelationships(const DestinationLookup& lookup) {
     const Dictionary* relationships = receivedRelationships();
     if (!relationships) return;
-    if (const Value& computed = m_jsonData[WireKey::computedRelationships]; computed && !computed.isNull() && !computed.asDictionary())
+    if (const Value& computed = m_jsonData[WireKey::computedRelationships];
+        computed && !computed.isNull() && !computed.asDictionary())
         logIgnored(WireKey::computedRelationships, "they are no dictionary.");
     ManagedObject* object = m_obj && !m_obj->isDeleted() ? m_obj.get() : nullptr;
     const Exclusions excluded(object);

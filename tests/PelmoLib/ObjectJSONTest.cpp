@@ -130,7 +130,10 @@ TEST_F(ObjectJSONTest, LogsOfWritingAndLookingUp) {
                     {"tags", emptyToMany("tags", "Tag")},
                     {"attachments", emptyToMany("attachments", "Attachment")}}}};
     checkLogCases({
-        {"a value without JSON form", 100, [&] { EXPECT_FALSE(objectAsJson(*unwritable)); }, {format("Error serializing object: Could not serialize object '%@'", form)}},
+        {"a value without JSON form",
+         100,
+         [&] { EXPECT_FALSE(objectAsJson(*unwritable)); },
+         {format("Error serializing object: Could not serialize object '%@'", form)}},
         {"a destination without a guid",
          100,
          [&] { (void)objectAsJson(*note); },
