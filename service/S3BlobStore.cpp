@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "platform/base/Exception.h"
 #include "service/Forms.h"
 
 namespace velkor::service {
@@ -101,8 +102,13 @@ NS::Result<S3Bucket> S3Bucket::parse(std::string_view url, const Environment& en
     return bucket;
 }
 
-std::string_view S3Bucket::host() const {
-    return std::string_view(endpoint).substr(endpoint.find("://") + 3);
+std::string_view S3Bucket::host() const { return std::string_view(endpoint).substr(endpoint.find("://") + 3); }
+
+S3BlobStore::S3BlobStore(S3Bucket bucket, std::uint64_t maximumBlob, Clock now)
+    : m_bucket(std::move(bucket)), m_maximumBlob(maximumBlob), m_now(std::move(now)) {
+    // Once, before threads use the client library.
+    static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
+    NS::assertThat(ready == CURLE_OK, "the HTTP client library works");
 }
 
 BlobForm S3BlobStore::uploadForm(const std::string& name, const std::string&) {

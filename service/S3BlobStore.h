@@ -32,8 +32,7 @@ struct S3Bucket {
 /// through the same. The bucket is in the path, never in the host's name. Any thread.
 class S3BlobStore : public BlobStore {
 public:
-    S3BlobStore(S3Bucket bucket, std::uint64_t maximumBlob, Clock now)
-        : m_bucket(std::move(bucket)), m_maximumBlob(maximumBlob), m_now(std::move(now)) {}
+    S3BlobStore(S3Bucket bucket, std::uint64_t maximumBlob, Clock now);
 
     BlobForm uploadForm(const std::string& name, const std::string& origin) override;
     std::string readURL(const std::string& name, const std::string& hash, const std::string& origin) override;

@@ -2,6 +2,7 @@
 
 #include "service/S3BlobStore.h"
 #include "tests/service/BlobClient.h"
+#include "tests/service/VelkordProgram.h"
 
 namespace velkor::service {
 namespace {
@@ -76,14 +77,15 @@ protected:
 
     S3BlobStoreTest() {
         std::ifstream file(std::getenv("VELKOR_TEST_S3"));
-        std::string url, accessKey, secretKey;
-        std::getline(file, url);
+        std::string accessKey, secretKey;
+        std::getline(file, m_url);
         std::getline(file, accessKey);
         std::getline(file, secretKey);
-        m_bucket = S3Bucket::parse(url, [&](const char* name) -> std::optional<std::string> {
-                       if (std::string_view(name) == "AWS_ACCESS_KEY_ID") return accessKey;
-                       if (std::string_view(name) == "AWS_SECRET_ACCESS_KEY") return secretKey;
-                       return std::nullopt;
+        setenv("AWS_ACCESS_KEY_ID", accessKey.c_str(), 1);
+        setenv("AWS_SECRET_ACCESS_KEY", secretKey.c_str(), 1);
+        m_bucket = S3Bucket::parse(m_url, [](const char* name) -> std::optional<std::string> {
+                       const char* value = std::getenv(name);
+                       return value ? std::optional<std::string>(value) : std::nullopt;
                    }).value();
         m_bucket.prefix = "a prefix+/";
     }
@@ -93,6 +95,7 @@ protected:
     }
 
     HttpClient m_client;
+    std::string m_url;
     S3Bucket m_bucket;
 };
 
@@ -117,6 +120,36 @@ TEST_F(S3BlobStoreTest, aBlobGoesUpAndComesDown) {
     m_bucket.endpoint = "http://127.0.0.1:1";
     EXPECT_THROW(store().holds(name, ""), BlobStoreFailure);
     EXPECT_THROW(store().remove(names), BlobStoreFailure);
+}
+
+TEST_F(S3BlobStoreTest, theServiceSendsClientsThere) {
+    TemporaryDirectory directory;
+    const TestDatabase database(directory.path());
+    const Program program(database, {"--blob-store", m_url, "--max-blob", "1000"});
+    const NS::Dictionary user{{"email", "u@example.org"}, {"password", "secret"}};
+    ASSERT_EQ(program.exchange()("POST", "/users.json", "", jsonText({{"user", user}})).status, 200);
+    TestClient a(program.exchange(), "u@example.org", "secret", "A");
+    a.lock();
+    a.changes({insertOf("g1")});
+
+    const BlobCalls blob(program.exchange(), missingCredentials, "g1");
+    const std::string hash = sha1HexHash(NS::Data("content"));
+    EXPECT_EQ(m_client.send("GET", blob.url("read")).body, "");
+    const BlobForm form = blob.form();
+    EXPECT_TRUE(form.url.starts_with(m_bucket.endpoint)) << form.url;
+    EXPECT_EQ(blob.wrote(hash).status, 409);
+    EXPECT_EQ(m_client.post(form, std::string(1001, 'x')), 400);
+    EXPECT_EQ(blob.wrote(hash).status, 409);
+    EXPECT_EQ(m_client.post(form, "content"), 204);
+    EXPECT_EQ(blob.wrote(hash).status, 200);
+    const std::string reading = blob.url("read");
+    EXPECT_TRUE(reading.starts_with(m_bucket.endpoint)) << reading;
+    EXPECT_EQ(m_client.send("GET", reading).body, "content");
+    EXPECT_EQ(m_client.send("DELETE", blob.url("delete")).status, 204);
+    EXPECT_EQ(m_client.send("GET", reading).status, 404);
+    EXPECT_EQ(m_client.send("GET", blob.url("read")).body, "");
+    // The service's own address takes no uploads then.
+    EXPECT_EQ(program.exchange()("POST", "/blobs", "", "x").status, 404);
 }
 
 TEST_F(S3BlobStoreTest, theStoreRefusesWhatIsNotSignedForThis) {
