@@ -3,13 +3,17 @@
 #include <openssl/crypto.h>
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <array>
 
 #include "PelmoLib/encodings/NSData+Digests.h"
+#include "PelmoLib/encodings/NSData_Base64.h"
+#include "PelmoLib/encodings/VLKLog.h"
 #include "json/CJSONDeserializer.h"
 #include "json/JSONWriter.h"
 #include "platform/base/Exception.h"
 #include "platform/base/UTF8.h"
+#include "service/Forms.h"
 
 namespace velkor::service {
 namespace {
@@ -27,6 +31,11 @@ constexpr std::size_t mostRemembered = 100'000;  // accounts in each map
 constexpr Sql findUser{"SELECT id, password, password_version FROM users WHERE email = :email", "t:iti"};
 constexpr Sql addUser{
     "INSERT INTO users (email, password, password_version) VALUES (:email, :password, 1) ON CONFLICT (email) DO NOTHING", "tt:"};
+// An account whose password somebody else has changed meanwhile keeps that one.
+constexpr Sql replacePassword{
+    "UPDATE users SET password = :password, password_version = password_version + 1 WHERE id = :id AND password_version = "
+    ":version",
+    "tii:"};
 
 std::string randomBytes(std::size_t count) {
     std::string bytes(count, '\0');
@@ -36,7 +45,18 @@ std::string randomBytes(std::size_t count) {
 }
 
 bool isAddress(std::string_view email) {
-    return !email.empty() && email.size() <= longestEmail && email.find(':') == email.npos && email.find('\0') == email.npos;
+    auto isForbidden = [](unsigned char c) { return c < ' ' || c == 0x7F || c == ':'; };
+    return !email.empty() && email.size() <= longestEmail && std::none_of(email.begin(), email.end(), isForbidden);
+}
+
+/// The hash of a password that an account is to have, or the answer that refuses it.
+std::variant<std::string, Response> hashOfNewPassword(std::string_view email, std::string_view password) {
+    if (password.empty() || password.size() > longestPassword || password.find('\0') != password.npos) {
+        return Response::error(422, "This is no password.");
+    }
+    const auto credentials = cutCredentials(email, password);
+    if (!credentials) return Response::error(422, "Clients could not send this address and password.");
+    return hashPassword(credentials->password);
 }
 
 /// Takes as long as a check, so that time does not tell unknown users from known ones.
@@ -73,16 +93,13 @@ Response Accounts::signUp(std::string_view json) {
     const auto email = (*user)["email"].asString(), password = (*user)["password"].asString(),
                confirmation = (*user)["password_confirmation"].asString();
     if (!email || !isAddress(*email)) return Response::error(422, "This is no e-mail address.");
-    if (!password || password->empty() || password->size() > longestPassword || password->find('\0') != password->npos) {
-        return Response::error(422, "This is no password.");
-    }
-    if (confirmation && *confirmation != *password) return Response::error(422, "The two passwords differ.");
-    const auto credentials = cutCredentials(*email, *password);
-    if (!credentials) return Response::error(422, "Clients could not send this address and password.");
-
-    const std::string hash = hashPassword(credentials->password);
+    if (confirmation && *confirmation != password) return Response::error(422, "The two passwords differ.");
+    auto hash = hashOfNewPassword(*email, password.value_or(""));
+    if (auto* refusal = std::get_if<Response>(&hash)) return std::move(*refusal);
     return m_database.write(Database::nobody, [&](Connection& connection) {
-        if (connection.run(addUser, *email, hash) == 0) return Response::error(409, "This e-mail address is taken.");
+        if (connection.run(addUser, *email, std::get<std::string>(hash)) == 0) {
+            return Response::error(409, "This e-mail address is taken.");
+        }
         auto rows = connection.query(findUser, *email);
         rows.next();
         return Response::json(userAnswer(rows.integer(0)));
@@ -95,6 +112,44 @@ Response Accounts::signOut(const User& user) {
     return Response::json("{}");
 }
 
+Response Accounts::changePassword(const User& user, std::string_view form) {
+    constexpr std::array<FormField, 2> fields{FormField{"old_password", true}, FormField{"new_password", true}};
+    const auto values = readForm(form, fields);
+    if (!values[0] || !values[1]) return Response::error(400, "The request names no passwords.");
+    const auto account = find(m_database, user.email);
+    if (!account || !isRight(*account, {user.email, *values[0]})) return Response::error(422, "The old password is wrong.");
+    auto hash = hashOfNewPassword(user.email, *values[1]);
+    if (auto* refusal = std::get_if<Response>(&hash)) return std::move(*refusal);
+    return m_database.write(user.id, [&](Connection& connection) {
+        const auto changed =
+            connection.run(replacePassword, std::get<std::string>(hash), account->id, account->passwordVersion);
+        return changed ? Response::json("{}") : Response::error(409, "The password has been changed meanwhile.");
+    });
+}
+
+Response Accounts::askForReset(std::string_view query) {
+    constexpr std::array<FormField, 1> fields{FormField{"email"}};
+    const auto email = readForm(query, fields)[0];
+    if (!email) return Response::error(400, "The request names no e-mail address.");
+    // Clients insert the address as it is; what is between may have escaped it.
+    for (const std::string& form : {*email, percentDecoded(*email)}) {
+        if (!isAddress(form) || !find(m_database, form)) continue;
+        if (isNewReset(form)) VLKLog::sharedInstance().logMessageAtLevel(100, "A new password is asked for by %@.", form);
+        break;
+    }
+    return Response::json("{}");
+}
+
+bool Accounts::isNewReset(const std::string& email) {
+    std::lock_guard guard(m_mutex);
+    const auto now = m_now();
+    if (m_resets.size() >= mostRemembered) m_resets.clear();
+    auto [place, isNew] = m_resets.try_emplace(email, now);
+    if (!isNew && now - place->second < failureWindow) return false;
+    place->second = now;
+    return true;
+}
+
 Response Accounts::verify(const User& user) const { return Response::json(userAnswer(user.id)); }
 
 std::variant<User, Response> Accounts::authenticate(const Request& request) {
@@ -103,7 +158,7 @@ std::variant<User, Response> Accounts::authenticate(const Request& request) {
     if (!credentials || credentials->email.size() > longestEmail || credentials->password.size() > 4 * longestPassword)
         return refusal;
 
-    const auto account = find(credentials->email);
+    const auto account = find(m_database, credentials->email);
     const std::string digest = account ? digestOf(*account, credentials->password) : std::string();
     if (account && isProven(*account, digest)) return User{account->id, std::move(credentials->email)};
 
@@ -127,8 +182,8 @@ std::variant<User, Response> Accounts::authenticate(const Request& request) {
     return User{account->id, std::move(credentials->email)};
 }
 
-std::optional<Accounts::Account> Accounts::find(const std::string& email) {
-    return m_database.read([&](Connection& connection) -> std::optional<Account> {
+std::optional<Accounts::Account> Accounts::find(Database& database, std::string_view email) {
+    return database.read([&](Connection& connection) -> std::optional<Account> {
         auto rows = connection.query(findUser, email);
         if (!rows.next()) return std::nullopt;
         return Account{rows.integer(0), rows.text(1), rows.integer(2)};
@@ -182,6 +237,21 @@ std::string Accounts::digestOf(const Account& account, std::string_view password
     digest.update(password);
     const auto bytes = digest.finish();
     return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
+NS::Result<std::string> Accounts::resetPassword(Database& database, std::string_view email) {
+    const std::string bytes = randomBytes(15);
+    std::string password = base64Encoding(bytes);
+    std::replace(password.begin(), password.end(), '+', '-');
+    std::replace(password.begin(), password.end(), '/', '_');
+    const std::string hash = hashPassword(cutCredentials(email, password).value().password);
+    const auto account = find(database, email);
+    if (!account) return NS::Error::withDescription(NS::PlatformErrorDomain, 1, "there is no such user");
+    const auto changed = database.write(account->id, [&](Connection& connection) {
+        return connection.run(replacePassword, hash, account->id, account->passwordVersion);
+    });
+    if (!changed) return NS::Error::withDescription(NS::PlatformErrorDomain, 1, "the password has been changed meanwhile");
+    return password;
 }
 
 }  // namespace velkor::service

@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <variant>
 
+#include "platform/base/Result.h"
 #include "service/Database.h"
 #include "service/HttpMessage.h"
 #include "service/Passwords.h"
@@ -36,8 +37,17 @@ public:
     Response signUp(std::string_view json);
     /// DELETE users/sign_out.json: forgets that the password was proven.
     Response signOut(const User& user);
+    /// POST users/change_password.json
+    Response changePassword(const User& user, std::string_view form);
+    /// GET users/send_password_reset.json: tells the operator, in the log, that the account's owner asks for a new password. The
+    /// answer does not tell whether there is such an account.
+    Response askForReset(std::string_view query);
     /// GET transactions/verify.json
     Response verify(const User& user) const;
+
+    /// Gives the account a new password of the service's own, which is returned; the error says what was not found. Also while a
+    /// server runs on the same database.
+    static NS::Result<std::string> resetPassword(Database& database, std::string_view email);
 
     /// The user whose basic authentication the request carries, or the answer that refuses it.
     std::variant<User, Response> authenticate(const Request& request);
@@ -53,7 +63,7 @@ private:
         Clock::time_point nextCheck;
     };
 
-    std::optional<Account> find(const std::string& email);
+    static std::optional<Account> find(Database& database, std::string_view email);
     bool isProven(const Account& account, const std::string& digest) const;
     /// Checks the password the slow way.
     bool isRight(const Account& account, const Credentials& credentials) const;
@@ -61,6 +71,8 @@ private:
     std::chrono::milliseconds delayOfCheck(const std::string& email);
     void addFailure(const std::string& email);
     std::string digestOf(const Account& account, std::string_view password) const;
+    /// Whether the account's latest question for a reset is a while ago.
+    bool isNewReset(const std::string& email);
 
     Database& m_database;
     const std::function<Clock::time_point()> m_now;
@@ -68,6 +80,7 @@ private:
     mutable std::mutex m_mutex;  // guards the rest
     std::unordered_map<std::int64_t, Proof> m_proofs;
     std::unordered_map<std::string, Failures> m_failures;
+    std::unordered_map<std::string, Clock::time_point> m_resets;  // when one was last asked for
 };
 
 }  // namespace velkor::service

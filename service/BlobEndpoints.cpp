@@ -9,6 +9,7 @@
 #include "service/Fingerprints.h"
 #include "service/Forms.h"
 #include "service/Partition.h"
+#include "service/Withholding.h"
 
 namespace velkor::service {
 namespace {
@@ -183,6 +184,7 @@ void BlobEndpoints::renumber(Connection& connection, const Owner& owner, std::st
     const auto number = ++partition->highest;
     connection.run(storeNumber, number, author, id);
     connection.run(storeNumberForUndo, number, author, id);
+    liftWithheld(connection, partition->id, number - 1);
     partition->store(connection);
     if (author != 0) {
         connection.run(noteNumber, number, author);

@@ -5,9 +5,11 @@
 #include "json/JSONWriter.h"
 #include "service/BatchIntake.h"
 #include "service/BatchRecord.h"
+#include "service/Corrections.h"
 #include "service/Download.h"
 #include "service/NewTransactions.h"
 #include "service/SchemaEndpoint.h"
+#include "service/Withholding.h"
 
 namespace velkor::service {
 namespace {
@@ -38,45 +40,60 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
     const auto lock = m_locks.heldBy(connection, user.id, request.instance());
     if (!lock) return Locks::refusal(connection, user.id);
 
+    Partition::settleAll(connection, user.id);
     Partition partition = Partition::obtain(connection, user.id, request.app());
-    const Partition before = partition;
+    const Partition partitionBefore = partition;
     auto known = Instance::find(connection, partition.id, request.instance());
     Instance instance = known ? *known : Instance::add(connection, partition.id, request.instance());
+    const Instance instanceBefore = instance;
     const bool comparable = known && request.highest() >= -1 && request.highest() <= partition.highest;
     // Numbers start at 1, so a newcomer has seen everything up to 0.
     const std::int64_t highest = comparable ? std::max<std::int64_t>(request.highest(), 0) : 0;
-    partition.settle(connection);
+    Corrections::noteRequest(connection, instance, highest, partition.changesLock != lock->serial);
     partition.changesLock = lock->serial;
     storeSchema(connection, partition.id, request.modelVersion(), request.schema());
 
-    std::int64_t above = partition.highest;
-    std::vector<std::string_view> repeats;
-    const bool mayReinstate = known && known->hasRolled(connection);
-    if (!request.transactions().empty() || mayReinstate || partition.hash.empty()) {
-        written.directory = m_directories.current(connection, partition);
-        GuidDirectory& directory = *written.directory;
-        if (!request.transactions().empty() || mayReinstate) {
-            partition.provisionalAbove = partition.highest;
-            partition.provisionalObject = partition.nextObject;
-            BatchIntake intake(connection, partition, instance, directory);
-            Reinstated reinstated;
-            if (mayReinstate) collectRolled(connection, partition, instance, request, reinstated);
-            intake.take(reinstated.transactions, instance.batchHighest);
-            above = partition.highest;
-            intake.take(request.transactions(), highest);
-            repeats = intake.repeats();
-            intake.store();
-            if (intake.tookAny()) {
-                partition.provisional = instance.id;
-                instance.store(connection);
-            }
-        }
-        partition.hash = directory.hash();
-        written.state = partition;
+    if (!request.transactions().empty() || (known && known->hasRolled(connection))) {
+        takeBatch(connection, partition, instance, request, highest, *lock, directoryOf(connection, partition, written));
+    } else {
+        recordBatch(connection, partition.id, lock->serial, instance.id, partition.highest, {});
     }
-    recordBatch(connection, partition.id, lock->serial, instance.id, above, repeats);
-    if (!(partition == before)) partition.store(connection);
-    return Response::json(answer(connection, partition, instance, request, highest));
+    if (partition.hash.empty()) partition.hash = directoryOf(connection, partition, written).hash();
+    Withholding withholding(connection, partition, instance);
+    if (!request.isMultiPart() && instance.askedUnder != 0) {
+        withholding.judgeAsked(lock->serial, directoryOf(connection, partition, written));
+    }
+    if (!withholding.isHashCurrent()) withholding.computeHash(directoryOf(connection, partition, written));
+
+    instance.answered = request.isMultiPart() ? highest : partition.highest;
+    if (!(partition == partitionBefore)) partition.store(connection);
+    if (!(instance == instanceBefore)) instance.store(connection);
+    written.state = partition;
+    return Response::json(answer(connection, partition, instance, request, highest, withholding.hash()));
+}
+
+GuidDirectory& ChangesEndpoint::directoryOf(Connection& connection, const Partition& partition, Written& written) {
+    if (!written.directory) written.directory = m_directories.current(connection, partition);
+    return *written.directory;
+}
+
+void ChangesEndpoint::takeBatch(Connection& connection, Partition& partition, Instance& instance, ChangesRequest& request,
+                                std::int64_t highest, const Lock& lock, GuidDirectory& directory) {
+    partition.provisionalAbove = partition.highest;
+    partition.provisionalObject = partition.nextObject;
+    BatchIntake intake(connection, partition, instance, directory);
+    Reinstated reinstated;
+    if (instance.hasRolled(connection)) collectRolled(connection, partition, instance, request, reinstated);
+    intake.take(reinstated.transactions, instance.batchHighest);
+    const std::int64_t above = partition.highest;
+    intake.take(request.transactions(), highest);
+    const auto repeats = intake.repeats();
+    intake.store();
+    recordBatch(connection, partition.id, lock.serial, instance.id, above, repeats);
+    partition.hash = directory.hash();
+    if (!intake.tookAny()) return;
+    partition.provisional = instance.id;
+    if (liftWithheld(connection, partition.id, partition.provisionalAbove)) instance.hashOf.clear();
 }
 
 void ChangesEndpoint::collectRolled(Connection& connection, const Partition& partition, const Instance& instance,
@@ -98,7 +115,7 @@ void ChangesEndpoint::collectRolled(Connection& connection, const Partition& par
 }
 
 std::string ChangesEndpoint::answer(Connection& connection, const Partition& partition, const Instance& instance,
-                                    const ChangesRequest& request, std::int64_t highest) const {
+                                    const ChangesRequest& request, std::int64_t highest, const std::string& hash) const {
     std::string text;
     JSONWriter writer(text);
     writer.beginObject();
@@ -106,7 +123,8 @@ std::string ChangesEndpoint::answer(Connection& connection, const Partition& par
     NewTransactions news(connection, partition.id, instance.id, highest);
     const bool paged = hasNews && news.hasMoreThan(m_page);
     if (paged) {
-        const Download download{partition.id, instance.id, highest, partition.highest, partition.epoch, m_page};
+        const Download download{Download::Kind::changes, partition.id, instance.id, highest, partition.highest,
+                                partition.epoch,         m_page};
         writer.key("batched_download_identifier");
         writer.plainString(download.identifier());
     }
@@ -120,7 +138,7 @@ std::string ChangesEndpoint::answer(Connection& connection, const Partition& par
     writer.key("HIGHEST_XACTION");
     writer.number(request.isMultiPart() ? request.highest() : partition.highest);
     writer.key("SYNC_HASH");
-    writer.string(partition.hash);
+    writer.string(hash);
     writer.endObject();
     return text;
 }

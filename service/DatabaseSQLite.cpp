@@ -15,7 +15,7 @@ public:
 
     std::size_t writers() const override { return 1; }
     TableDialect tableDialect() const override {
-        return {.serialKey = "INTEGER PRIMARY KEY", .givenKey = "INTEGER PRIMARY KEY"};
+        return {.serialKey = "INTEGER PRIMARY KEY AUTOINCREMENT", .givenKey = "INTEGER PRIMARY KEY"};
     }
 
     std::unique_ptr<Connection> connect(bool writes) const override {

@@ -4,11 +4,13 @@
 #include <array>
 #include <charconv>
 
+#include "service/Corrections.h"
+
 namespace velkor::service {
 namespace {
 
 constexpr Sql nameOfInstance{"SELECT name FROM instances WHERE id = :id AND partition_id = :partition", "ii:t"};
-constexpr std::string_view prefix = "changes";
+constexpr std::array<std::string_view, 2> kindNames{"changes", "listing"};
 constexpr std::int64_t mostPages = 1'000'000'000, largestPage = 1'000'000;
 constexpr std::size_t mostPlaces = 1000;
 constexpr std::size_t bytesOfTransaction = 1024;  // a guess
@@ -25,14 +27,15 @@ std::optional<std::int64_t> readNumber(std::string_view text) {
 }  // namespace
 
 std::string Download::identifier() const {
-    std::string text(prefix);
+    std::string text(kindNames[static_cast<std::size_t>(kind)]);
     for (std::int64_t number : {partition, instance, above, highest, epoch, page}) text += '-' + std::to_string(number);
     return text;
 }
 
 std::optional<Download> Download::parse(std::string_view identifier) {
-    if (!identifier.starts_with(prefix)) return std::nullopt;
-    identifier.remove_prefix(prefix.size());
+    const auto name = std::find(kindNames.begin(), kindNames.end(), identifier.substr(0, identifier.find('-')));
+    if (name == kindNames.end()) return std::nullopt;
+    identifier.remove_prefix(name->size());
     std::array<std::int64_t, 6> numbers;
     for (auto& number : numbers) {
         if (!identifier.starts_with('-')) return std::nullopt;
@@ -44,7 +47,7 @@ std::optional<Download> Download::parse(std::string_view identifier) {
         identifier.remove_prefix(text.size());
     }
     if (!identifier.empty() || numbers[5] == 0 || numbers[5] > largestPage) return std::nullopt;
-    return Download{numbers[0], numbers[1], numbers[2], numbers[3], numbers[4], numbers[5]};
+    return Download{static_cast<Kind>(name - kindNames.begin()), numbers[0], numbers[1], numbers[2], numbers[3], numbers[4], numbers[5]};
 }
 
 Response DownloadEndpoint::handle(const User& user, std::string_view pageText, std::string_view identifier) {
@@ -61,23 +64,33 @@ Response DownloadEndpoint::handle(const User& user, std::string_view pageText, s
         if (partition->highest != download->highest || partition->epoch != download->epoch) {
             return Response::error(409, "The data have changed since the download began.");
         }
-        NewTransactions news(connection, download->partition, download->instance, download->above);
-        const auto known = placeOf(key, *page);
-        NewsPosition position = known ? *known : news.skip((*page - 1) * download->page);
-        std::string text;
-        text.reserve(static_cast<std::size_t>(std::min<std::int64_t>(download->page, 1000)) * bytesOfTransaction);
-        JSONWriter writer(text);
-        writer.beginObject();
-        writer.key("new_xactions");
-        writer.beginArray();
-        news.write(writer, position, download->page);
-        writer.endArray();
-        writer.endObject();
-        keepPlace(key, {*page + 1, position});
-        return Response::json(std::move(text));
+        if (download->kind == Download::Kind::changes) {
+            return answer(NewTransactions(connection, partition->id, download->instance, download->above), *download, key, *page);
+        }
+        if (Instance::find(connection, partition->id, instance)->listing != download->above) {
+            return Response::error(409, "The data have been listed anew since the download began.");
+        }
+        return answer(Corrections(connection, partition->id, download->instance), *download, key, *page);
     });
     if (!instance.empty()) m_locks.noteActivity(user.id, instance);
     return response;
+}
+
+template <class Source>
+Response DownloadEndpoint::answer(Source source, const Download& download, const std::string& key, std::int64_t page) {
+    const auto known = placeOf(key, page);
+    NewsPosition position = known ? *known : source.skip((page - 1) * download.page);
+    std::string text;
+    text.reserve(static_cast<std::size_t>(std::min<std::int64_t>(download.page, 1000)) * bytesOfTransaction);
+    JSONWriter writer(text);
+    writer.beginObject();
+    writer.key("new_xactions");
+    writer.beginArray();
+    source.write(writer, position, download.page);
+    writer.endArray();
+    writer.endObject();
+    keepPlace(key, {page + 1, position});
+    return Response::json(std::move(text));
 }
 
 std::optional<NewsPosition> DownloadEndpoint::placeOf(const std::string& identifier, std::int64_t page) {

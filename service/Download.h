@@ -17,9 +17,12 @@ namespace velkor::service {
 
 /// What the identifier of a batched download names, so that any process can serve any page.
 struct Download {
+    enum class Kind { changes, listing };
+
+    Kind kind = Kind::changes;
     std::int64_t partition = 0;
     std::int64_t instance = 0;
-    std::int64_t above = 0;    // what the instance knows ends here
+    std::int64_t above = 0;    // what the instance knows ends here; the number of a listing's answer
     std::int64_t highest = 0;  // the partition's highest number and epoch at issue
     std::int64_t epoch = 0;
     std::int64_t page = 0;  // transactions a page
@@ -42,6 +45,9 @@ private:
         NewsPosition position;
     };
 
+    /// The answer with the page, read from the news or the corrections.
+    template <class Source>
+    Response answer(Source source, const Download& download, const std::string& key, std::int64_t page);
     std::optional<NewsPosition> placeOf(const std::string& identifier, std::int64_t page);
     void keepPlace(const std::string& identifier, const Place& place);
 

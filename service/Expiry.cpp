@@ -6,6 +6,7 @@
 #include "service/Fingerprints.h"
 #include "service/ObjectState.h"
 #include "service/Partition.h"
+#include "service/Withholding.h"
 
 namespace velkor::service {
 namespace {
@@ -56,6 +57,7 @@ NS::Result<void> expireObject(Connection& connection, Partition& partition, std:
     const auto expiry = expiryOf(className, guid);
     connection.run(storeExpiry, ++partition.highest, expiry, id);
     connection.run(storeExpiryForUndo, partition.highest, expiry, id);
+    liftWithheld(connection, partition.id, partition.highest - 1);
     partition.hash.clear();
     partition.store(connection);
     auto service = Instance::find(connection, partition.id, serviceInstanceName);

@@ -1,6 +1,7 @@
 #include "service/GuidDirectory.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "PelmoLib/encodings/GuidOrder.h"
 
@@ -77,6 +78,16 @@ const std::string& GuidDirectory::hash() {
         m_hash = syncHashOfSortedGuids(m_live);
     }
     return m_hash;
+}
+
+std::string GuidDirectory::hash(std::span<const std::string_view> without, std::span<const std::string_view> with) {
+    mergeChanges();
+    std::vector<std::string_view> rest, all;
+    rest.reserve(m_live.size());
+    std::set_difference(m_live.begin(), m_live.end(), without.begin(), without.end(), std::back_inserter(rest), GuidLess());
+    all.reserve(rest.size() + with.size());
+    std::set_union(rest.begin(), rest.end(), with.begin(), with.end(), std::back_inserter(all), GuidLess());
+    return syncHashOfSortedGuids(all);
 }
 
 void GuidDirectory::clear() {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory_resource>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,6 +38,10 @@ public:
 
     /// The SYNC_HASH over the live guids.
     const std::string& hash();
+    /// The same without some guids and with others; both lists are sorted.
+    std::string hash(std::span<const std::string_view> without, std::span<const std::string_view> with);
+    /// One more than the highest object's number.
+    std::uint32_t end() const { return static_cast<std::uint32_t>(m_guids.size()); }
     /// How many objects there are. Any thread.
     std::size_t size() const { return m_size; }
 

@@ -91,6 +91,13 @@ std::optional<Lock> Locks::heldBy(Connection& connection, std::int64_t user, std
     return lock;
 }
 
+std::optional<Lock> Locks::held(Connection& connection, std::int64_t user) {
+    auto lock = find(connection, user);
+    if (!lock || !lock->held) return std::nullopt;
+    touch(connection, user, *lock);
+    return lock;
+}
+
 std::optional<Lock> Locks::find(Connection& connection, std::int64_t user) {
     auto rows = connection.query(findLock, user);
     if (!rows.next()) return std::nullopt;

@@ -41,6 +41,8 @@ public:
 
     /// The lock, if this instance holds it, in the open transaction, which writes; the holder counts as active.
     std::optional<Lock> heldBy(Connection& connection, std::int64_t user, std::string_view instance);
+    /// The lock, whoever holds it, in the open transaction, which writes; the holder counts as active.
+    std::optional<Lock> held(Connection& connection, std::int64_t user);
     /// The same lock without changing anything.
     static std::optional<Lock> find(Connection& connection, std::int64_t user);
     /// What a request that needs the lock is answered without it.

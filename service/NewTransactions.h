@@ -1,13 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <string>
+#include <vector>
 
 #include "json/JSONWriter.h"
-#include "service/ObjectState.h"
-#include "service/Partition.h"
-#include "service/Relations.h"
+#include "service/TransactionWriter.h"
 
 namespace velkor::service {
 
@@ -22,7 +19,11 @@ struct NewsPosition {
 class NewTransactions {
 public:
     NewTransactions(Connection& connection, std::int64_t partition, std::int64_t instance, std::int64_t highest)
-        : m_connection(connection), m_partition(partition), m_instance(instance), m_highest(highest) {}
+        : m_connection(connection),
+          m_transactions(connection, partition),
+          m_partition(partition),
+          m_instance(instance),
+          m_highest(highest) {}
 
     NewsPosition start() const { return {m_highest, 0}; }
     /// Writes up to `most` elements of "new_xactions" and moves the position behind them; how many there were.
@@ -32,14 +33,13 @@ public:
     /// Whether there are more than `count` objects.
     bool hasMoreThan(std::int64_t count);
 
-private:
-    void writeTransaction(JSONWriter& writer, const std::string& body, const ObjectState& state, const std::string& links);
-    bool writeComputed(std::string& out, const std::string& body, const std::string& links);
-    std::string guidOf(std::uint32_t object);
+    /// The numbers of all these objects, ascending.
+    std::vector<std::uint32_t> objects();
 
+private:
     Connection& m_connection;
+    TransactionWriter m_transactions;
     const std::int64_t m_partition, m_instance, m_highest;
-    std::optional<Relations> m_relations;  // read when first needed
 };
 
 }  // namespace velkor::service

@@ -53,6 +53,10 @@ std::map<std::string, Setter, std::less<>> settersOf(Options& options) {
         setters["--guid"] = text(options.expire->guid);
         return setters;
     }
+    if (options.resetUser) {
+        setters["--user"] = text(*options.resetUser);
+        return setters;
+    }
     constexpr std::int64_t many = std::int64_t(1) << 40;
     setters["--blob-store"] = text(options.blobStoreUrl);
     setters["--listen"] = [&](const std::string& value) { return readListen(value, options); };
@@ -82,6 +86,9 @@ NS::Result<Options> Options::parse(std::span<const char* const> arguments) {
     if (!arguments.empty() && std::string_view(arguments[0]) == "expire") {
         options.expire.emplace();
         arguments = arguments.subspan(1);
+    } else if (!arguments.empty() && std::string_view(arguments[0]) == "reset-password") {
+        options.resetUser.emplace();
+        arguments = arguments.subspan(1);
     }
     const auto setters = settersOf(options);
     for (std::size_t i = 0; i < arguments.size(); i += 2) {
@@ -93,19 +100,22 @@ NS::Result<Options> Options::parse(std::span<const char* const> arguments) {
     if (options.expire && (options.expire->user.empty() || options.expire->app.empty() || options.expire->guid.empty())) {
         return wrong("expire needs --user, --app and --guid");
     }
+    if (options.resetUser && options.resetUser->empty()) return wrong("reset-password needs --user");
     return options;
 }
 
 std::string_view Options::usage() {
     return "usage: velkord [--data DIR] [--listen HOST:PORT] [--database URL] [--blob-store URL] [--lease SECONDS] [--page N]\n"
            "               [--max-body BYTES] [--max-blob BYTES] [--log-level N]\n"
-           "       velkord expire --user EMAIL --app APP --guid GUID [--data DIR | --database URL]";
+           "       velkord expire --user EMAIL --app APP --guid GUID [--data DIR | --database URL]\n"
+           "       velkord reset-password --user EMAIL [--data DIR | --database URL]";
 }
 
 std::string Options::helpText() {
     return std::string(usage()) + R"(
 
-Serves the sync protocol over HTTP from an embedded SQLite database, or from PostgreSQL. `expire` marks an object as expired for all clients of a user.
+Serves the sync protocol over HTTP from an embedded SQLite database, or from PostgreSQL. `expire` marks an object as expired for
+all clients of a user, `reset-password` gives a user a new password and prints it.
 
   --data DIR           directory of the database and the blobs, made when missing ($XDG_DATA_HOME/velkord)
   --listen HOST:PORT   address; port 0 takes a free one and prints it (127.0.0.1:8330)

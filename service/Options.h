@@ -29,6 +29,8 @@ struct Options {
         std::string user, app, guid;
     };
     std::optional<Expire> expire;
+    /// The user's address; set for `velkord reset-password`.
+    std::optional<std::string> resetUser;
 
     /// Reads the arguments behind the program's name; the error's text says what is wrong.
     static NS::Result<Options> parse(std::span<const char* const> arguments);

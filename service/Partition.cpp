@@ -28,12 +28,17 @@ constexpr Sql dropUndoOfUser{
 constexpr Sql settleUser{"UPDATE partitions SET provisional = 0 WHERE user_id = :user AND provisional <> 0", "i:"};
 
 constexpr Sql findInstance{
-    "SELECT id, last_number, batch_highest FROM instances WHERE partition_id = :partition AND "
-    "name = :name",
-    "it:iii"};
+    "SELECT id, last_number, batch_highest, answered, listing, proved, asked_under, withholds, hash, hash_of FROM instances WHERE "
+    "partition_id = :partition AND name = :name",
+    "it:iiiiiiiitt"};
 constexpr Sql addInstance{
-    "INSERT INTO instances (partition_id, name, last_number, batch_highest) VALUES (:partition, :name, 0, 0)", "it:"};
-constexpr Sql storeInstance{"UPDATE instances SET last_number = :number, batch_highest = :highest WHERE id = :id", "iii:"};
+    "INSERT INTO instances (partition_id, name, last_number, batch_highest, answered, listing, proved, asked_under, withholds, "
+    "hash, hash_of) VALUES (:partition, :name, 0, 0, 0, 0, 0, 0, 0, '', '')",
+    "it:"};
+constexpr Sql storeInstance{
+    "UPDATE instances SET last_number = :number, batch_highest = :highest, answered = :answered, listing = :listing, "
+    "proved = :proved, asked_under = :asked, withholds = :withholds, hash = :hash, hash_of = :hash_of WHERE id = :id",
+    "iiiiiiitti:"};
 constexpr Sql findRolled{"SELECT id FROM rolled WHERE instance = :instance LIMIT 1", "i:i"};
 constexpr Sql findHighestOfOthers{
     "SELECT COALESCE(MAX(last_number), 0) FROM instances WHERE partition_id = :partition AND "
@@ -81,7 +86,8 @@ void Partition::settleAll(Connection& connection, std::int64_t user) {
 std::optional<Instance> Instance::find(Connection& connection, std::int64_t partition, std::string_view name) {
     auto rows = connection.query(findInstance, partition, name);
     if (!rows.next()) return std::nullopt;
-    return Instance{rows.integer(0), rows.integer(1), rows.integer(2)};
+    return Instance{rows.integer(0),      rows.integer(1), rows.integer(2),      rows.integer(3), rows.integer(4),
+                    rows.integer(5) != 0, rows.integer(6), rows.integer(7) != 0, rows.text(8),    rows.text(9)};
 }
 
 Instance Instance::add(Connection& connection, std::int64_t partition, std::string_view name) {
@@ -89,7 +95,10 @@ Instance Instance::add(Connection& connection, std::int64_t partition, std::stri
     return find(connection, partition, name).value();
 }
 
-void Instance::store(Connection& connection) const { connection.run(storeInstance, lastNumber, batchHighest, id); }
+void Instance::store(Connection& connection) const { 
+    connection.run(storeInstance, lastNumber, batchHighest, answered, listing, proved ? 1 : 0, askedUnder, withholds ? 1 : 0,
+                   hash, hashOf, id);
+}
 
 bool Instance::hasRolled(Connection& connection) const { return connection.query(findRolled, id).next(); }
 

@@ -43,6 +43,16 @@ struct Instance {
     std::int64_t id = 0;            // 0 is the service itself
     std::int64_t lastNumber = 0;    // of its newest transaction
     std::int64_t batchHighest = 0;  // HIGHEST_XACTION of its newest request with transactions
+    std::int64_t answered = 0;      // HIGHEST_XACTION of its latest changes answer
+    /// HIGHEST_XACTION of the answer to its latest listing, if that sent something, or 0; and whether a changes request has come
+    /// with that number, which proves that the answer was written.
+    std::int64_t listing = 0;
+    bool proved = false;
+    std::int64_t askedUnder = 0;  // serial of the lock under which it was asked for guids and has not been judged, or 0
+    bool withholds = false;       // guids may be withheld by it; then `hash` is its SYNC_HASH while the partition's is `hashOf`
+    std::string hash, hashOf;
+
+    bool operator==(const Instance&) const = default;
 
     static std::optional<Instance> find(Connection& connection, std::int64_t partition, std::string_view name);
     static Instance add(Connection& connection, std::int64_t partition, std::string_view name);

@@ -4,6 +4,8 @@
 
 #include "PelmoLib/encodings/VLKLog.h"
 #include "platform/base/UTF8.h"
+#include "service/ClientInfo.h"
+#include "service/Erasure.h"
 #include "service/Forms.h"
 #include "service/Rollback.h"
 #include "service/SchemaEndpoint.h"
@@ -59,6 +61,9 @@ struct Router::Route {
 const std::vector<Router::Route>& Router::routes() {
     static const std::vector<Route> table{
         {"POST", {"users.json"}, nullptr, false, false, &Router::signUp},
+        {"GET", {"users", "send_password_reset.json"}, nullptr, false, false, &Router::passwordReset},
+        {"POST", {"users", "change_password.json"}, &Router::changePassword},
+        {"DELETE", {"users", "account.json"}, &Router::deleteAccount},
         {"DELETE", {"users", "sign_out.json"}, &Router::signOut},
         {"GET", {"transactions", "verify.json"}, &Router::verify},
         {"POST", {"transactions", "rollback.json"}, &Router::rollback},
@@ -66,11 +71,15 @@ const std::vector<Router::Route>& Router::routes() {
         {"GET", {"client", "**", "*", "unlock.json"}, &Router::unlock},
         {"POST", {"users", "*", "transactions.json"}, &Router::changes, true, true},
         {"GET", {"users", "*", "batchdownload.json"}, &Router::page, false, true},
+        {"POST", {"users", "*", "known_objects", "sync.json"}, &Router::listing, true, true},
         {"POST", {"client_apps", "**", "schema.json"}, &Router::schema, true},
         {"GET", {"client_apps", "**", "blobs", "*", "*", "read.json"}, nullptr, false, false, &Router::readBlob},
         {"GET", {"client_apps", "**", "blobs", "*", "*", "write.json"}, nullptr, false, false, &Router::writeBlob},
         {"POST", {"client_apps", "**", "blobs", "*", "*", "wrote.json"}, nullptr, false, false, &Router::wroteBlob},
         {"GET", {"client_apps", "**", "blobs", "*", "*", "delete.json"}, nullptr, false, false, &Router::deleteBlob},
+        {"DELETE", {"client_apps", "**", "delete_all_data.json"}, &Router::deleteAllData},
+        {"POST", {"clientinfo.json"}, &Router::keepClient},
+        {"GET", {"clientinfo.json"}, &Router::clients},
     };
     return table;
 }
@@ -80,7 +89,8 @@ Router::Router(Database& database, BlobStore& blobStore, const Settings& setting
       m_settings(settings),
       m_accounts(database),
       m_locks(database, settings.leaseSeconds, settings.now),
-      m_changes(database, m_locks, settings.page),
+      m_changes(database, m_locks, m_directories, settings.page),
+      m_knownObjects(database, m_locks, m_directories, settings.page),
       m_download(database, m_locks),
       m_blobs(database, m_locks, blobStore, settings.now) {}
 
@@ -176,6 +186,29 @@ Response Router::rollback(const User& user, const Match&, Request& request) {
 Response Router::verify(const User& user, const Match&, Request&) { return m_accounts.verify(user); }
 
 Response Router::signOut(const User& user, const Match&, Request&) { return m_accounts.signOut(user); }
+
+Response Router::listing(const User& user, const Match&, Request& request) { return m_knownObjects.handle(user, request.body); }
+
+Response Router::changePassword(const User& user, const Match&, Request& request) {
+    return m_accounts.changePassword(user, request.body.view());
+}
+
+Response Router::deleteAllData(const User& user, const Match& match, Request&) {
+    return service::deleteAllData(m_database, user, match.parameters[0]);
+}
+
+Response Router::deleteAccount(const User& user, const Match&, Request&) {
+    deleteUser(m_database, user);
+    return m_accounts.signOut(user);
+}
+
+Response Router::keepClient(const User& user, const Match&, Request& request) {
+    return service::keepClient(m_database, user, request.body.view(), m_settings.now());
+}
+
+Response Router::clients(const User& user, const Match&, Request&) { return registeredClients(m_database, user); }
+
+Response Router::passwordReset(const Match& match, Request&) { return m_accounts.askForReset(match.query); }
 
 Response Router::signUp(const Match&, Request& request) { return m_accounts.signUp(request.body.view()); }
 

@@ -8,8 +8,10 @@
 #include "service/BlobEndpoints.h"
 #include "service/ChangesEndpoint.h"
 #include "service/Database.h"
+#include "service/Directories.h"
 #include "service/Download.h"
 #include "service/HttpMessage.h"
+#include "service/KnownObjects.h"
 #include "service/Locks.h"
 
 namespace velkor::service {
@@ -52,8 +54,15 @@ private:
     Response rollback(const User& user, const Match& match, Request& request);
     Response verify(const User& user, const Match& match, Request& request);
     Response signOut(const User& user, const Match& match, Request& request);
+    Response listing(const User& user, const Match& match, Request& request);
+    Response changePassword(const User& user, const Match& match, Request& request);
+    Response deleteAllData(const User& user, const Match& match, Request& request);
+    Response deleteAccount(const User& user, const Match& match, Request& request);
+    Response keepClient(const User& user, const Match& match, Request& request);
+    Response clients(const User& user, const Match& match, Request& request);
 
     Response signUp(const Match& match, Request& request);
+    Response passwordReset(const Match& match, Request& request);
     Response readBlob(const Match& match, Request& request);
     Response writeBlob(const Match& match, Request& request);
     Response wroteBlob(const Match& match, Request& request);
@@ -71,7 +80,9 @@ private:
     const Settings m_settings;
     Accounts m_accounts;
     Locks m_locks;
+    Directories m_directories;
     ChangesEndpoint m_changes;
+    KnownObjectsEndpoint m_knownObjects;
     DownloadEndpoint m_download;
     BlobEndpoints m_blobs;
 };

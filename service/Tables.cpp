@@ -25,7 +25,8 @@ constexpr const char* tables[] = {
     "CREATE TABLE schemas (partition_id {given}, model_version TEXT NOT NULL, text TEXT NOT NULL)",
 
     "CREATE TABLE instances (id {serial}, partition_id BIGINT NOT NULL, name TEXT NOT NULL, last_number BIGINT NOT NULL, "
-    "batch_highest BIGINT NOT NULL, UNIQUE (partition_id, name))",
+    "batch_highest BIGINT NOT NULL, answered BIGINT NOT NULL, listing BIGINT NOT NULL, proved BIGINT NOT NULL, "
+    "asked_under BIGINT NOT NULL, withholds BIGINT NOT NULL, hash TEXT NOT NULL, hash_of TEXT NOT NULL, UNIQUE (partition_id, name))",
 
     "CREATE TABLE relations (partition_id BIGINT NOT NULL, id BIGINT NOT NULL, class TEXT NOT NULL, name TEXT NOT NULL, "
     "destination TEXT NOT NULL, to_many BIGINT NOT NULL, PRIMARY KEY (partition_id, id))",
@@ -59,6 +60,17 @@ constexpr const char* tables[] = {
     "CREATE TABLE batches (partition_id {given}, lock_serial BIGINT NOT NULL, instance BIGINT NOT NULL, above BIGINT NOT NULL)",
     "CREATE TABLE repeats (partition_id BIGINT NOT NULL, guid TEXT NOT NULL, PRIMARY KEY (partition_id, guid))",
     "CREATE INDEX locks_held ON locks (user_id) WHERE held = 1",
+
+    // Listings: the objects that the answer to an instance's latest one sends, the guids (a JSON array) that it was asked for,
+    // and where it and the service agree to differ.
+    "CREATE TABLE corrections (instance BIGINT NOT NULL, object_id BIGINT NOT NULL, PRIMARY KEY (instance, object_id))",
+    "CREATE TABLE asked (instance {given}, guids TEXT NOT NULL)",
+    "CREATE TABLE withheld (instance BIGINT NOT NULL, guid TEXT NOT NULL, partition_id BIGINT NOT NULL, "
+    "listed BIGINT NOT NULL, PRIMARY KEY (instance, guid))",
+    "CREATE INDEX withheld_guid ON withheld (partition_id, guid)",
+
+    "CREATE TABLE clients (user_id BIGINT NOT NULL, instance TEXT NOT NULL, info TEXT NOT NULL, seen BIGINT NOT NULL, "
+    "PRIMARY KEY (user_id, instance))",
 };
 
 std::string spelled(std::string text, const TableDialect& dialect) {

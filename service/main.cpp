@@ -4,6 +4,7 @@
 #include <string>
 
 #include "PelmoLib/encodings/VLKLog.h"
+#include "service/Accounts.h"
 #include "service/BlobSweeper.h"
 #include "service/BlobTable.h"
 #include "service/Database.h"
@@ -85,6 +86,11 @@ int main(int count, char** arguments) {
     if (const auto& what = options.value().expire) {
         const auto done = expire(*database.value(), what->user, what->app, what->guid);
         return done ? 0 : fail(done.error().localizedDescription());
+    }
+    if (const auto& user = options.value().resetUser) {
+        const auto password = Accounts::resetPassword(*database.value(), *user);
+        if (!password) return fail(password.error().localizedDescription());
+        return std::printf("%s\n", password.value().c_str()) < 0;
     }
     return serve(*database.value(), options.value());
 }
