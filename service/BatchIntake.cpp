@@ -111,13 +111,15 @@ void BatchIntake::takeLinks() {
 
 void BatchIntake::judgeLists(bool alone) {
     for (const auto& [transaction, row] : m_taken) {
-        bool agrees = true;
+        bool agrees = true, pairsAgree = true;
         for (const auto& relationship : transaction->relationships()) {
-            if (!relationship.end.paired || !agrees) continue;
-            agrees = m_graph.agrees(row->object, relationship.end, relationship.destinations);
+            if (!relationship.end.kept || m_graph.agrees(row->object, relationship.end, relationship.destinations)) continue;
+            agrees = false;
+            if (relationship.end.paired) pairsAgree = false;
         }
+        // Links whose other end is not known yet are judged as well: it may be, by the time the object is sent.
         row->state.computed = !agrees && isLive(row->state.kind);
-        row->state.overruled = row->state.computed && !alone;
+        row->state.overruled = !pairsAgree && isLive(row->state.kind) && !alone;
     }
 }
 

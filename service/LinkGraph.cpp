@@ -81,6 +81,8 @@ void LinkGraph::set(Edge& edge, bool present, std::int64_t number) {
     for (std::uint32_t object : edge.ends) {
         ObjectRow& row = m_objects.row(object);
         row.changed = row.linksChanged = true;
+        // An object that does not send its end has nothing to correct; one whose link is gone has.
+        row.state.computed = row.state.computed || paired || !present;
         if (paired) row.noteLinkChange(number, m_sender.instance);
     }
 }

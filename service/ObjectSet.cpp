@@ -52,7 +52,6 @@ void ObjectRow::noteLinkChange(std::int64_t changeNumber, std::int64_t changeIns
     }
     linkNumber = std::max(linkNumber, changeNumber);
     touched = std::max(touched, changeNumber);
-    state.computed = true;
 }
 
 ObjectRow& ObjectSet::row(std::uint32_t object) {

@@ -28,6 +28,7 @@ TEST_F(AccountsTest, signUpChecksWhatItIsGiven) {
     EXPECT_EQ(status(R"({"user":{"email":"x@example.org","password":"a","password_confirmation":"b"}})"), 422);
     EXPECT_EQ(status(R"({"user":{"email":"","password":"a","password_confirmation":"a"}})"), 422);
     EXPECT_EQ(status(R"({"user":{"email":"a:b","password":"a","password_confirmation":"a"}})"), 422);
+    EXPECT_EQ(status(R"({"user":{"email":"x\ny","password":"a","password_confirmation":"a"}})"), 422);
     EXPECT_EQ(status(R"({"user":{"email":"x\u0000y","password":"a","password_confirmation":"a"}})"), 422);
     EXPECT_EQ(status(R"({"user":{"email":"x","password":"","password_confirmation":""}})"), 422);
     EXPECT_EQ(status(R"({"user":{"email":"x","password":7}})"), 422);
@@ -54,6 +55,38 @@ TEST_F(AccountsTest, aWrongPasswordIsRefusedBeforeABusyLock) {
     a.lock();
     EXPECT_EQ(exchange()("GET", "/client/v1.5/app/B/lock.json", basic("u@example.org", "wrong"), "").status, 401);
     EXPECT_EQ(exchange()("GET", "/client/v1.5/app/B/lock.json", basic("u@example.org", "secret"), "").status, 409);
+}
+
+TEST_F(AccountsTest, aPasswordIsChangedByWhoKnowsTheOldOne) {
+    struct Case {
+        const char* form;
+        int status;
+    };
+    TestClient a = client("A");
+    for (const auto& [form, status] : {Case{"", 400}, Case{"old_password=secret", 400}, Case{"new_password=x&", 400},
+                                       Case{"old_password=wrong&new_password=x&", 422}, Case{"old_password=secret&new_password=&", 422},
+                                       Case{"new_password=a&b=c+d%20%C3%BC&old_password=secret&", 200}}) {
+        EXPECT_EQ(a.send("POST", "/users/change_password.json", form).status, status) << form;
+    }
+    EXPECT_EQ(verify(basic("u@example.org", "secret")), 401);
+    EXPECT_EQ(verify(cutHeader("u@example.org", "a&b=c+d ü")), 200);
+    EXPECT_EQ(a.lock().status, 401);
+}
+
+TEST_F(AccountsTest, aResetIsForTheOperatorToAnswer) {
+    ASSERT_EQ(signUp("odd+name&co@example.org", "forgotten").status, 200);
+    auto ask = [&](const std::string& query) { return exchange()("GET", "/users/send_password_reset.json" + query, "", ""); };
+    // Nobody learns from the answer who has an account.
+    EXPECT_EQ(ask("?email=odd+name&co@example.org").body, ask("?email=nobody@example.org").body);
+    EXPECT_EQ(ask("?email=odd%2Bname%26co@example.org").status, 200);
+    EXPECT_EQ(ask("").status, 400);
+    EXPECT_EQ(verify(basic("odd+name&co@example.org", "forgotten")), 200);
+
+    EXPECT_FALSE(Accounts::resetPassword(*m_database, "nobody@example.org"));
+    const auto fresh = Accounts::resetPassword(*m_database, "odd+name&co@example.org");
+    ASSERT_TRUE(fresh);
+    EXPECT_EQ(verify(basic("odd+name&co@example.org", "forgotten")), 401);
+    EXPECT_EQ(verify(basic("odd+name&co@example.org", fresh.value())), 200);
 }
 
 TEST_F(AccountsTest, signOutForgetsNothingButTheProof) {

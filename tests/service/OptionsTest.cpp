@@ -29,6 +29,9 @@ TEST(OptionsTest, readsWhatTheCommandLineSays) {
     const auto expire = Options::parse(Arguments{"expire", "--user", "u", "--app", "a", "--guid", "g", "--data", "/d"});
     ASSERT_TRUE(expire && expire.value().expire);
     EXPECT_EQ(expire.value().expire->guid, "g");
+    const auto reset = Options::parse(Arguments{"reset-password", "--user", "u", "--data", "/d"});
+    ASSERT_TRUE(reset);
+    EXPECT_EQ(reset.value().resetUser, "u");
 }
 
 TEST(OptionsTest, refusesWhatItDoesNotKnow) {
@@ -36,7 +39,8 @@ TEST(OptionsTest, refusesWhatItDoesNotKnow) {
          {Arguments{"--nonsense", "1"}, Arguments{"--data"}, Arguments{"--data", ""}, Arguments{"--listen", "localhost"},
           Arguments{"--listen", "h:65536"}, Arguments{"--listen", ":80"}, Arguments{"--lease", "0"}, Arguments{"--page", "x"},
           Arguments{"--page", "5 "}, Arguments{"--max-body", "-1"}, Arguments{"serve"}, Arguments{"expire"},
-          Arguments{"expire", "--user", "u", "--app", "a"}, Arguments{"expire", "--page", "3"}}) {
+          Arguments{"expire", "--user", "u", "--app", "a"}, Arguments{"expire", "--page", "3"},
+          Arguments{"reset-password"}, Arguments{"reset-password", "--user", "u", "--app", "a"}}) {
         const auto options = Options::parse(arguments);
         EXPECT_FALSE(options) << arguments[0];
     }

@@ -47,6 +47,9 @@ TEST_F(RouterTest, everyCallButSignUpNeedsTheUser) {
         {"POST", "/transactions/rollback.json"}, {"GET", "/client/v1.5/app/A/lock.json"},
         {"GET", "/client/app/A/unlock.json"},    {"POST", "/users/1/transactions.json"},
         {"GET", "/users/1/batchdownload.json"},  {"POST", "/client_apps/app/schema.json"},
+        {"POST", "/users/1/known_objects/sync.json"}, {"POST", "/users/change_password.json"},
+        {"DELETE", "/users/account.json"}, {"DELETE", "/client_apps/app/users/u@example.org/delete_all_data.json"},
+        {"POST", "/clientinfo.json"}, {"GET", "/clientinfo.json"},
     };
     for (const auto& [method, target] : calls) {
         for (const std::string& authorization : {std::string(), std::string("Basic"), std::string("Basic !!!"),
@@ -71,6 +74,7 @@ TEST_F(RouterTest, largeBodiesAreAskedForFirst) {
     const std::string user = basic("u@example.org", "secret");
     EXPECT_EQ(admitted("/users/1/transactions.json", user, 1'000'000), 200);
     EXPECT_EQ(admitted("/users/1/transactions.json", user, 1'000'001), 413);
+    EXPECT_EQ(admitted("/users/1/known_objects/sync.json", user, 1'000'000), 200);
     EXPECT_EQ(admitted("/users/1/transactions.json", basic("u@example.org", "wrong"), 500'000), 401);
     EXPECT_EQ(admitted("/users.json", "", 500'000), 413);
     EXPECT_EQ(admitted("/transactions/rollback.json", user, 500'000), 413);

@@ -166,6 +166,13 @@ public:
                                "&identifier=" + identifier);
     }
 
+    Response listing(const std::vector<std::string>& guids) {
+        NS::Array list;
+        for (const auto& guid : guids) list.push_back(guid);
+        const NS::Dictionary body{{"client_date", "2024-05-06T00:00:00+0000"}, {"allObjects", list}, {"app_id", m_app}};
+        return send("POST", "/users/" + std::to_string(m_user) + "/known_objects/sync.json", jsonText(body));
+    }
+
     /// Lock, changes, all pages, unlock: the transactions that came. HIGHEST_XACTION moves on.
     std::vector<NS::Dictionary> cycle(const std::vector<NS::Dictionary>& transactions = {}) {
         EXPECT_EQ(lock().status, 200);
