@@ -46,7 +46,8 @@ std::string randomBytes(std::size_t count) {
 
 bool isAddress(std::string_view email) {
     auto isForbidden = [](unsigned char c) { return c < ' ' || c == 0x7F || c == ':'; };
-    return !email.empty() && email.size() <= longestEmail && std::none_of(email.begin(), email.end(), isForbidden);
+    return !email.empty() && email.size() <= longestEmail && std::none_of(email.begin(), email.end(), isForbidden) &&
+           NS::isValidUTF8(email);
 }
 
 /// The hash of a password that an account is to have, or the answer that refuses it.

@@ -4,6 +4,7 @@
 
 #include "json/CJSONDeserializer.h"
 #include "json/JSONWriter.h"
+#include "platform/base/UTF8.h"
 #include "service/Forms.h"
 #include "service/IncomingTransaction.h"
 
@@ -22,6 +23,8 @@ constexpr Sql forgetOldest{
     "ii:"};
 constexpr Sql readClients{"SELECT instance, info FROM clients WHERE user_id = :user ORDER BY seen DESC, instance", "i:tt"};
 
+bool isStorable(std::string_view text) { return NS::isValidUTF8(text) && text.find('\0') == text.npos; }
+
 }  // namespace
 
 Response keepClient(Database& database, const User& user, std::string_view form, std::int64_t now) {
@@ -29,10 +32,10 @@ Response keepClient(Database& database, const User& user, std::string_view form,
     const auto values = readForm(form, fields);
     const auto& instance = values[0];
     const auto& info = values[1];
-    if (!instance || instance->empty() || instance->size() > longestName || instance->find('\0') != instance->npos) {
+    if (!instance || instance->empty() || instance->size() > longestName || !isStorable(*instance)) {
         return Response::error(400, "The request names no instance.");
     }
-    if (!info || !CJSONDeserializer::deserializer().deserializeAsDictionary(std::string_view(*info), nullptr)) {
+    if (!info || !isStorable(*info) || !CJSONDeserializer::deserializer().deserializeAsDictionary(std::string_view(*info), nullptr)) {
         return Response::error(400, "The client's information is no JSON object.");
     }
     return database.write(user.id, [&](Connection& connection) {

@@ -99,7 +99,7 @@ TEST_F(ErasureTest, clientsRegisterThemselves) {
     m_time += 1;
     EXPECT_EQ(keep(R"(instance_id=B&client_info={"name":"second"}&)"), 200);
     for (const char* form : {"", "instance_id=A", "instance_id=&client_info={}", "instance_id=A&client_info=[]",
-                             "instance_id=A&client_info={", "client_info={}"}) {
+                             "instance_id=A&client_info={", "instance_id=\xFF&client_info={}", "client_info={}"}) {
         EXPECT_EQ(keep(form), 400) << form;
     }
     EXPECT_EQ(a.send("GET", "/clientinfo.json").body,

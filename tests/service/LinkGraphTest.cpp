@@ -71,6 +71,13 @@ public:
         m_objects.erase(guid);
     }
     std::map<std::string, Object>& objects() { return m_objects; }
+    std::vector<std::string> guids() const {
+        std::vector<std::string> guids;
+        for (const auto& [guid, object] : m_objects) guids.push_back(guid);
+        sortUniqueGuids(guids);
+        return guids;
+    }
+    std::string hash() const { return syncHashOfSortedGuids(std::span<const std::string>(guids())); }
 
 private:
     void link(const std::string& guid, const std::string& name, const std::string& other, Guids& changed) {
@@ -168,13 +175,21 @@ public:
             }
             const Response response = m_client.post(request);
             EXPECT_EQ(response.status, 200) << response.body;
-            const auto news = m_client.accept(response);
-            for (const auto& member : news) replay(member);
-            for (const auto& member : news) replayLinks(member);
+            replayAll(m_client.accept(response));
             if (!more) break;
         }
+        if (fine) compare();
         if (mishap != Mishap::rollbackLostToo) m_client.unlock();
         return fine;
+    }
+
+    /// Loses an object without a trace, as a store that was damaged does.
+    void lose() {
+        const auto guids = store.guids();
+        if (guids.empty()) return;
+        const auto& guid = guids[m_random() % guids.size()];
+        store.erase(guid);
+        m_pending.erase(guid);
     }
 
     bool isIdle() const { return m_pending.empty(); }
@@ -183,6 +198,25 @@ public:
     ModelStore store;
 
 private:
+    /// Lists what it has when the service has something else.
+    void compare() {
+        for (int listings = 0; m_client.hash != store.hash(); ++listings) {
+            ASSERT_LT(listings, 2) << "the cycle does not end";
+            const Response response = m_client.listing(store.guids());
+            ASSERT_EQ(response.status, 200) << response.body;
+            const std::string hash = m_client.hash;
+            replayAll(m_client.accept(response));
+            m_client.hash = hash;
+            const NS::Dictionary answer = parsed(response.body);
+            std::vector<NS::Dictionary> inserts;
+            for (const auto& guid : *answer["unknown_objects"].asArray()) {
+                inserts.push_back(wireForm(guid.stringOr(""), "INSERT_XACTION"));
+            }
+            if (inserts.empty()) return;
+            replayAll(m_client.accept(m_client.changes(inserts)));
+        }
+    }
+
     void touch(const Guids& changed) {
         for (const auto& guid : changed) m_pending.try_emplace(guid, "UPDATE_XACTION");
     }
@@ -199,6 +233,11 @@ private:
                                               : toOne(relation.name, relation.destination, guids.empty() ? "" : *guids.begin()));
         }
         return transaction(type, object.className, guid, object.title, relationships);
+    }
+
+    void replayAll(const std::vector<NS::Dictionary>& news) {
+        for (const auto& member : news) replay(member);
+        for (const auto& member : news) replayLinks(member);
     }
 
     void replay(const NS::Dictionary& member) {
@@ -250,7 +289,7 @@ unsigned seedCount() {
 class LinkGraphTest : public ServiceFixture {
 protected:
     /// The stores of `count` clients after random edits and cycles; equal at the end.
-    void converge(unsigned seed, int count, bool mishaps) {
+    void converge(unsigned seed, int count, bool mishaps, bool losses = false) {
         std::mt19937 random(seed);
         const std::string app = "app" + std::to_string(seed);
         std::vector<ModelClient> clients;
@@ -259,6 +298,7 @@ protected:
         for (int step = 0; step < 60; ++step) {
             auto& one = clients[random() % clients.size()];
             for (unsigned edits = random() % 6; edits > 0; --edits) one.edit(counter);
+            if (losses && random() % 4 == 0) one.lose();
             if (random() % 2) continue;
             const auto mishap = mishaps && random() % 4 == 0 ? static_cast<Mishap>(1 + random() % 3) : Mishap::none;
             one.sync(random() % 3 ? 1000 : 3, mishap, random() % 2);
@@ -273,7 +313,7 @@ protected:
         for (auto& one : clients) {
             ASSERT_TRUE(one.isIdle()) << seed;
             ASSERT_EQ(describe(one.store), describe(clients[0].store)) << "seed " << seed;
-            ASSERT_EQ(one.client().hash, hashOf(one.store)) << "seed " << seed;
+            ASSERT_EQ(one.client().hash, one.store.hash()) << "seed " << seed;
         }
         // A new installation gets the same.
         ModelClient fresh(client("fresh", app), random);
@@ -293,12 +333,6 @@ protected:
             text += "\n";
         }
         return text;
-    }
-    static std::string hashOf(ModelStore& store) {
-        std::vector<std::string> guids;
-        for (const auto& [guid, object] : store.objects()) guids.push_back(guid);
-        sortUniqueGuids(guids);
-        return syncHashOfSortedGuids(std::span<const std::string>(guids));
     }
 };
 
@@ -321,6 +355,14 @@ TEST_F(LinkGraphTest, storesConvergeThroughLostRequestsAnswersAndRollbacks) {
     for (unsigned seed = 2001; seed <= 2000 + seeds; ++seed) {
         converge(seed, 3, true);
         if (HasFatalFailure()) return;
+    }
+}
+
+TEST_F(LinkGraphTest, storesThatLoseObjectsAreMendedByListings) {
+    start({.page = 7});
+    for (unsigned seed = 3001; seed <= 3000 + seeds; ++seed) {
+        converge(seed, 3, seed % 2 == 0, true);
+        if (HasFailure()) return;
     }
 }
 
