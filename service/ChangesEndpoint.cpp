@@ -60,10 +60,10 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
     }
     if (partition.hash.empty()) partition.hash = directoryOf(connection, partition, written).hash();
     Withholding withholding(connection, partition, instance);
-    if (!request.isMultiPart() && instance.askedUnder != 0) {
-        withholding.judgeAsked(lock->serial, directoryOf(connection, partition, written));
+    if (!request.isMultiPart()) {
+        if (instance.askedUnder != 0) withholding.judgeAsked(lock->serial, directoryOf(connection, partition, written));
+        if (!withholding.isHashCurrent()) withholding.computeHash(directoryOf(connection, partition, written));
     }
-    if (!withholding.isHashCurrent()) withholding.computeHash(directoryOf(connection, partition, written));
 
     instance.answered = request.isMultiPart() ? highest : partition.highest;
     if (!(partition == partitionBefore)) partition.store(connection);

@@ -258,5 +258,22 @@ TEST_F(ChangesEndpointTest, aThousandTransactionsAreReadBySeveralThreads) {
     for (int i = 0; i < 3000; ++i) ASSERT_EQ(news[i], "n" + std::to_string(i) + ":" + std::to_string(i));
 }
 
+TEST_F(ChangesEndpointTest, aLinkThatWentWithAnObjectStaysGoneWhenTheObjectComesAgain) {
+    auto tag = [](const NS::Dictionary& relationships = {}) {
+        return transaction("INSERT_XACTION", "Tag", "t", "t", relationships);
+    };
+    TestClient a = client("A");
+    a.cycle({insertOf("n", "one", {{"tags", toMany("tags", "Tag", {"t"})}}), tag()});
+    a.cycle({transaction("DELETE_XACTION", "Tag", "t")});
+    a.cycle({tag()});
+    a.cycle({tag({{"notes", toMany("notes", "Note", {})}})});  // the other end is known from now on
+    for (const auto& member : client("B").cycle()) {
+        if (*member["xaction_object_guid"].asString() != "n") continue;
+        const NS::Dictionary* computed = member["computed_relationships"].asDictionary();
+        ASSERT_TRUE(computed);
+        EXPECT_EQ((*(*computed)["tags"].asDictionary())["destination_objects"], NS::Value(NS::Array()));
+    }
+}
+
 }  // namespace
 }  // namespace velkor::service
