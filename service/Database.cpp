@@ -55,7 +55,7 @@ Statement& Connection::statement(const Sql& sql) {
 }
 
 void Connection::runOnce(const std::string& text) {
-    translateFailures([&] { m_session->once << text; });
+    noted([&] { translateFailures([&] { m_session->once << text; }); });
 }
 
 NS::Result<std::unique_ptr<Database>> Database::open(const std::string& directory) {
@@ -141,6 +141,7 @@ Database::Writer::Writer(Database& database, std::int64_t user)
     : m_database(database),
       m_turn(database.m_turns[static_cast<std::size_t>(user) % database.m_turns.size()]),
       m_connection(database.take(database.m_writers)) {
+    m_connection->forgetFailure();
     m_database.m_product->beginWriting(*m_connection, user);
 }
 
@@ -156,6 +157,7 @@ Database::Writer::~Writer() {
 
 void Database::Writer::commit() {
     NS::durableStep("service commit");
+    if (m_connection->hasFailed()) throw DatabaseFailure("a transaction with a failure in it cannot be committed");
     try {
         m_connection->run(commitWork);
     } catch (const DatabaseFailure& failure) {

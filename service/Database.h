@@ -50,24 +50,40 @@ public:
     /// Runs a statement without results; how many rows it touched.
     template <class... A>
     std::int64_t run(const Sql& sql, const A&... arguments) {
-        return statement(sql).run(arguments...);
+        return noted([&] { return statement(sql).run(arguments...); });
     }
     /// The rows of a statement with results.
     template <class... A>
     Rows query(const Sql& sql, const A&... arguments) {
-        auto& prepared = statement(sql);
-        prepared.start(arguments...);
-        return Rows(prepared);
+        return noted([&] {
+            auto& prepared = statement(sql);
+            prepared.start(arguments...);
+            return Rows(prepared);
+        });
     }
     /// A text that is run once, such as one of the schema.
     void runOnce(const std::string& text);
 
+    /// Whether something has failed since `forgetFailure`.
+    bool hasFailed() const { return m_failed; }
+    void forgetFailure() { m_failed = false; }
+
 private:
+    template <class F>
+    auto noted(F&& function) {
+        try {
+            return function();
+        } catch (...) {
+            m_failed = true;
+            throw;
+        }
+    }
     /// The prepared form of `sql`, which must live as long as the connection.
     Statement& statement(const Sql& sql);
 
     std::unique_ptr<soci::session> m_session;
     std::unordered_map<const Sql*, std::unique_ptr<Statement>> m_statements;
+    bool m_failed = false;
 };
 
 class DatabaseProduct;

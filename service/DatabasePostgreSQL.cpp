@@ -19,8 +19,9 @@ constexpr std::int64_t turns = std::int64_t(0x76656C6B) << 32;  // keeps clear o
 
 constexpr std::size_t writersAtOnce = 64;
 
-// For servers that vanish without a word; what the URL says comes later and so holds.
-constexpr const char* patience = "connect_timeout=10 keepalives_idle=30 keepalives_interval=10 tcp_user_timeout=60000 ";
+// With time-outs for servers that vanish without a word. What the URL says comes later and so holds.
+constexpr const char* defaults =
+    "application_name=velkord connect_timeout=10 keepalives_idle=30 keepalives_interval=10 tcp_user_timeout=60000 ";
 
 // What is acknowledged is on disk, whatever the server's own habit. A process that vanishes or hangs within a transaction does
 // not keep a user's turn for long.
@@ -47,7 +48,7 @@ std::optional<std::string> connectionWords(const std::string& url) {
                                                                                 PQconninfoFree);
     PQfreemem(complaint);
     if (!options) return std::nullopt;
-    std::string words = patience;
+    std::string words = defaults;
     for (const PQconninfoOption* option = options.get(); option->keyword; ++option) {
         if (!option->val) continue;
         words += std::string(option->keyword) + "='";
@@ -57,7 +58,7 @@ std::optional<std::string> connectionWords(const std::string& url) {
         }
         words += "' ";
     }
-    return words + "client_encoding=UTF8 application_name=velkord";
+    return words + "client_encoding=UTF8";
 }
 
 /// Several lines of a message as one.

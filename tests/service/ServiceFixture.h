@@ -54,6 +54,8 @@ public:
         if (m_server) words.insert(words.end(), {"--database", m_server->url()});
         return words;
     }
+    /// Null for an embedded one.
+    const test::PostgreSQLDatabase* server() const { return m_server.get(); }
 
 private:
     const std::string m_directory;

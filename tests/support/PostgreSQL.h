@@ -37,7 +37,12 @@ public:
     PostgreSQLDatabase& operator=(const PostgreSQLDatabase&) = delete;
 
     /// As `velkord --database` takes it.
-    std::string url() const { return m_server + "&options=-csearch_path%3D" + m_schema; }
+    std::string url() const { return m_server + "&application_name=" + m_schema + "&options=-csearch_path%3D" + m_schema; }
+    /// Ends all other connections to it.
+    void endConnections() const {
+        run("SELECT count(pg_terminate_backend(pid, 10000)) FROM pg_stat_activity WHERE application_name = '" + m_schema +
+            "' AND pid <> pg_backend_pid()");
+    }
     /// Runs a statement as the administrator; the first column of its first row, if it has any.
     std::string run(const std::string& sql) const {
         const std::unique_ptr<PGconn, decltype(&PQfinish)> connection(PQconnectdb(url().c_str()), PQfinish);
