@@ -128,11 +128,11 @@ Database::Reader::Reader(Database& database)
 }
 
 Database::Reader::~Reader() {
+    if (m_connection->hasFailed()) return;
     try {
         m_connection->run(commitWork);
         m_database.giveBack(m_database.m_readers, std::move(m_connection));
     } catch (const DatabaseFailure& failure) {
-        // The connection is given up.
         NS::systemLog(std::string("velkord: cannot end reading: ") + failure.what());
     }
 }
@@ -141,16 +141,15 @@ Database::Writer::Writer(Database& database, std::int64_t user)
     : m_database(database),
       m_turn(database.m_turns[static_cast<std::size_t>(user) % database.m_turns.size()]),
       m_connection(database.take(database.m_writers)) {
-    m_connection->forgetFailure();
     m_database.m_product->beginWriting(*m_connection, user);
 }
 
 Database::Writer::~Writer() {
+    if (m_connection->hasFailed()) return;
     try {
         if (m_open) m_connection->run(rollbackWork);
         m_database.giveBack(m_database.m_writers, std::move(m_connection));
     } catch (const DatabaseFailure& failure) {
-        // The connection is given up, and with it the transaction.
         NS::systemLog(std::string("velkord: cannot undo a transaction: ") + failure.what());
     }
 }

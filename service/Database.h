@@ -64,9 +64,8 @@ public:
     /// A text that is run once, such as one of the schema.
     void runOnce(const std::string& text);
 
-    /// Whether something has failed since `forgetFailure`.
+    /// Whether something has failed. Then the connection is good for nothing more: what is open on it is undone at its end.
     bool hasFailed() const { return m_failed; }
-    void forgetFailure() { m_failed = false; }
 
 private:
     template <class F>

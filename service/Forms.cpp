@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "PelmoLib/encodings/NSString+URLEncode.h"
+#include "platform/base/UTF8.h"
 
 namespace velkor::service {
 namespace {
@@ -36,7 +37,9 @@ std::vector<std::optional<std::string>> readForm(std::string_view form, std::spa
         std::size_t end = i + 1 < found.size() ? found[i + 1].start - 1 : form.size();
         if (i + 1 == found.size() && end > found[i].value && form[end - 1] == '&') --end;
         const auto text = form.substr(found[i].value, end - found[i].value);
-        values[found[i].field] = fields[found[i].field].percentDecoded ? percentDecoded(text) : std::string(text);
+        std::string value = fields[found[i].field].percentDecoded ? percentDecoded(text) : std::string(text);
+        if (!NS::isValidUTF8(value) || value.find('\0') != value.npos) continue;
+        values[found[i].field] = std::move(value);
     }
     return values;
 }

@@ -16,7 +16,7 @@ struct FormField {
 
 /// The values of the known fields, in their order; none where a field is missing. Clients escape neither "&" nor "=" nor "+" in
 /// values, so a value ends only where another known field begins, or at the end of the form, whose last "&" belongs to no value.
-/// A plus is a plus. A value whose escapes are broken is taken as it stands.
+/// A plus is a plus. A value whose escapes are broken is taken as it stands; one that is no UTF-8, or holds a NUL, is missing.
 std::vector<std::optional<std::string>> readForm(std::string_view form, std::span<const FormField> fields);
 
 /// Percent-decodes the text; one with a broken escape, or that decodes to a NUL or to no UTF-8, is returned as it stands.

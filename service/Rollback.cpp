@@ -2,7 +2,6 @@
 
 #include <array>
 
-#include "platform/base/UTF8.h"
 #include "service/Forms.h"
 #include "service/Partition.h"
 
@@ -44,8 +43,7 @@ void rollBackPartition(Connection& connection, Partition& partition) {
 Response rollBack(Database& database, Locks& locks, const User& user, std::string_view form) {
     constexpr std::array<FormField, 1> fields{FormField{"instance_id"}};
     const auto instance = readForm(form, fields)[0];
-    if (!instance || !NS::isValidUTF8(*instance) || instance->find('\0') != instance->npos)
-        return Response::error(400, "The request names no instance.");
+    if (!instance) return Response::error(400, "The request names no instance.");
     return database.write(user.id, [&](Connection& connection) {
         if (!locks.heldBy(connection, user.id, *instance)) return Response::json("{}");
         std::vector<std::string> apps;

@@ -83,14 +83,18 @@ int main(int count, char** arguments) {
     const std::string& url = options.value().databaseUrl;
     auto database = url.empty() ? Database::open(options.value().dataDirectory) : Database::openServer(url);
     if (!database) return fail(database.error().localizedDescription());
-    if (const auto& what = options.value().expire) {
-        const auto done = expire(*database.value(), what->user, what->app, what->guid);
-        return done ? 0 : fail(done.error().localizedDescription());
+    try {
+        if (const auto& what = options.value().expire) {
+            const auto done = expire(*database.value(), what->user, what->app, what->guid);
+            return done ? 0 : fail(done.error().localizedDescription());
+        }
+        if (const auto& user = options.value().resetUser) {
+            const auto password = Accounts::resetPassword(*database.value(), *user);
+            if (!password) return fail(password.error().localizedDescription());
+            return std::printf("%s\n", password.value().c_str()) < 0;
+        }
+        return serve(*database.value(), options.value());
+    } catch (const DatabaseFailure& failure) {
+        return fail(std::string("the database failed: ") + failure.what());
     }
-    if (const auto& user = options.value().resetUser) {
-        const auto password = Accounts::resetPassword(*database.value(), *user);
-        if (!password) return fail(password.error().localizedDescription());
-        return std::printf("%s\n", password.value().c_str()) < 0;
-    }
-    return serve(*database.value(), options.value());
 }

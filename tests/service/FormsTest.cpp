@@ -23,6 +23,8 @@ TEST(FormsTest, valuesEndOnlyWhereAKnownFieldBegins) {
         {"old_password=100%&new_password=%zz&", {"100%", "%zz"}},
         {"old_password=&new_password=&", {"", ""}},
         {"old_password=%00&new_password=%FF&", {"%00", "%FF"}},
+        {"old_password=\xFF&new_password=\xC3\xBC&", {std::nullopt, "ü"}},
+        {std::string("old_password=a\0b&new_password=c", 31), {std::nullopt, "c"}},
         {"old_password=xnew_password=y", {"xnew_password=y", std::nullopt}},
         {"old_passwords=1&new_password=2", {std::nullopt, "2"}},
         {"old_password", {std::nullopt, std::nullopt}},

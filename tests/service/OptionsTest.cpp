@@ -32,13 +32,21 @@ TEST(OptionsTest, readsWhatTheCommandLineSays) {
     const auto reset = Options::parse(Arguments{"reset-password", "--user", "u", "--data", "/d"});
     ASSERT_TRUE(reset);
     EXPECT_EQ(reset.value().resetUser, "u");
+    EXPECT_EQ(expire.value().databaseUrl, "");
+    const auto shared = Options::parse(Arguments{"--database", "postgresql://u@h/d", "--data", "/d"});
+    ASSERT_TRUE(shared);
+    EXPECT_EQ(shared.value().databaseUrl, "postgresql://u@h/d");
+    const auto sharedExpire =
+        Options::parse(Arguments{"expire", "--user", "u", "--app", "a", "--guid", "g", "--database", "postgresql:///d"});
+    ASSERT_TRUE(sharedExpire);
+    EXPECT_EQ(sharedExpire.value().databaseUrl, "postgresql:///d");
 }
 
 TEST(OptionsTest, refusesWhatItDoesNotKnow) {
     for (const Arguments& arguments :
          {Arguments{"--nonsense", "1"}, Arguments{"--data"}, Arguments{"--data", ""}, Arguments{"--listen", "localhost"},
           Arguments{"--listen", "h:65536"}, Arguments{"--listen", ":80"}, Arguments{"--lease", "0"}, Arguments{"--page", "x"},
-          Arguments{"--page", "5 "}, Arguments{"--max-body", "-1"}, Arguments{"serve"}, Arguments{"expire"},
+          Arguments{"--database", ""}, Arguments{"--page", "5 "}, Arguments{"--max-body", "-1"}, Arguments{"serve"}, Arguments{"expire"},
           Arguments{"expire", "--user", "u", "--app", "a"}, Arguments{"expire", "--page", "3"},
           Arguments{"reset-password"}, Arguments{"reset-password", "--user", "u", "--app", "a"}}) {
         const auto options = Options::parse(arguments);
