@@ -119,7 +119,7 @@ all clients of a user, `reset-password` gives a user a new password and prints i
 
   --data DIR           directory of the database and the blobs, made when missing ($XDG_DATA_HOME/velkord)
   --listen HOST:PORT   address; port 0 takes a free one and prints it (127.0.0.1:8330)
-  --database URL       keeps everything in this PostgreSQL database, which several velkord may share (postgresql://...)
+  --database URL       keeps accounts and data in this PostgreSQL database, which several velkord may share (postgresql://...)
   --blob-store URL     keeps blobs in this bucket of an S3-compatible store, with credentials from the environment
                        (s3://BUCKET[/PREFIX][?endpoint=URL][&region=REGION])
   --lease SECONDS      silence after which another client may take a user's lock (120)

@@ -20,7 +20,7 @@ protected:
     TemporaryDirectory directory;
     PostgreSQLDatabase database;
     const std::vector<std::string> options{"--database", database.url(), "--page", "3"};
-    Service one{directory / "one", {}, options}, two{directory / "two", {}, options};
+    Service one{directory / "blobs", {}, options}, two{directory / "blobs", {}, options};
     RoundRobin front{{one.url(), two.url()}};
     Host a{directory / "A", front.url()}, b{directory / "B", front.url()};
 };
