@@ -42,8 +42,8 @@ public:
     Store() {
         std::string pattern = (std::filesystem::temp_directory_path() / "velkor-bench-XXXXXX").string();
         m_directory = mkdtemp(pattern.data());
-        m_store = DiskBlobStore::open(m_directory + "/blobs", {.now = Locks::systemMilliseconds,
-                                                               .isWanted = [](const std::string&) { return true; }})
+        m_store = DiskBlobStore::open(m_directory + "/blobs",
+                                      {.now = Locks::systemMilliseconds, .isWanted = [](const std::string&) { return true; }})
                       .value();
         m_server = std::make_unique<HttpServer>(*this, HttpServer::Settings{});
         origin = "http://127.0.0.1:" + std::to_string(m_server->listen().value());
@@ -78,7 +78,8 @@ void perform(benchmark::State& state, CURL* curl, long expected) {
     curl_easy_setopt(curl, CURLOPT_PROXY, "");
     curl_easy_setopt(curl, CURLOPT_BUFFERSIZE, static_cast<long>(bufferSize));
     curl_easy_setopt(curl, CURLOPT_UPLOAD_BUFFERSIZE, static_cast<long>(bufferSize));
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, +[](char*, std::size_t size, std::size_t count, void*) { return size * count; });
+    curl_easy_setopt(
+        curl, CURLOPT_WRITEFUNCTION, +[](char*, std::size_t size, std::size_t count, void*) { return size * count; });
     long status = 0;
     if (curl_easy_perform(curl) == CURLE_OK) curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
     if (status != expected) state.SkipWithError("the request failed");

@@ -11,10 +11,11 @@ constexpr Sql storeBatch{
 constexpr Sql dropRepeats{"DELETE FROM repeats WHERE partition_id = :partition", "i:"};
 constexpr Sql addRepeat{
     "INSERT INTO repeats (partition_id, guid) VALUES (:partition, :guid) ON CONFLICT (partition_id, guid) DO NOTHING", "it:"};
+// The joins are spelt as cross joins to be done in this order: few locks are held at a time, and users may be many.
 constexpr Sql findHolders{
-    "SELECT locks.user_id, partitions.id, batches.instance FROM locks JOIN partitions ON partitions.user_id = locks.user_id "
-    "JOIN batches ON batches.partition_id = partitions.id AND batches.lock_serial = locks.serial WHERE locks.held = 1 AND "
-    "partitions.app = :app AND (EXISTS (SELECT 1 FROM objects WHERE objects.partition_id = partitions.id AND "
+    "SELECT locks.user_id, partitions.id, batches.instance FROM locks CROSS JOIN partitions CROSS JOIN batches WHERE "
+    "locks.held = 1 AND partitions.user_id = locks.user_id AND partitions.app = :app AND batches.partition_id = partitions.id "
+    "AND batches.lock_serial = locks.serial AND (EXISTS (SELECT 1 FROM objects WHERE objects.partition_id = partitions.id AND "
     "objects.guid = :guid AND objects.number > batches.above AND objects.instance = batches.instance) OR EXISTS (SELECT 1 "
     "FROM repeats WHERE repeats.partition_id = partitions.id AND repeats.guid = :guid)) LIMIT 2",
     "tt:iii"};

@@ -20,11 +20,10 @@ constexpr std::string_view hashOfNothing = "da39a3ee5e6b4b0d3255bfef95601890afd8
 
 constexpr Sql findObject{"SELECT id, number, instance, body FROM objects WHERE partition_id = :partition AND guid = :guid",
                          "it:iiit"};
-constexpr Sql storeNumber{
-    "UPDATE objects SET number = :number, touched = :number, instance = :instance WHERE id = :id", "iii:"};
+constexpr Sql storeNumber{"UPDATE objects SET number = :number, touched = :number, instance = :instance WHERE id = :id", "iii:"};
 // What a rollback restores has the new number as well.
-constexpr Sql storeNumberForUndo{
-    "UPDATE undo SET number = :number, touched = :number, instance = :instance WHERE id = :id", "iii:"};
+constexpr Sql storeNumberForUndo{"UPDATE undo SET number = :number, touched = :number, instance = :instance WHERE id = :id",
+                                 "iii:"};
 constexpr Sql noteNumber{"UPDATE instances SET last_number = :number WHERE id = :id", "ii:"};
 
 Response unauthorised() { return Response::error(401, "The e-mail address or the password is wrong."); }
@@ -173,8 +172,8 @@ void BlobEndpoints::renumber(Connection& connection, const Owner& owner, std::st
         if (!rows.next() || rows.integer(1) == 0) return;
         id = rows.integer(0);
         writer = rows.integer(2);
-        const bool isProvisional = partition->provisional != 0 && writer == partition->provisional &&
-                                   rows.integer(1) > partition->provisionalAbove;
+        const bool isProvisional =
+            partition->provisional != 0 && writer == partition->provisional && rows.integer(1) > partition->provisionalAbove;
         if (isProvisional) return;
         body = rows.text(3);
     }

@@ -19,10 +19,10 @@ struct BlobCall {
     std::string origin;  // of the service, as the client sees it
 };
 
-/// GET client_apps/APP/blobs/GUID/ATTRIBUTE/{read,write,delete}.json and POST .../wrote.json: issue presigned requests to the blob
-/// store and take the confirmation of uploads. Clients upload and delete without credentials; such a call is taken only while
-/// exactly one held lock's latest changes request names the guid, a deletion also when no more than one user has the guid. Any
-/// thread.
+/// GET client_apps/APP/blobs/GUID/ATTRIBUTE/{read,write,delete}.json and POST .../wrote.json: issue presigned requests to the
+/// blob store and take the confirmation of uploads. Clients upload and delete without credentials; such a call is taken only
+/// while exactly one held lock's latest changes request names the guid, a deletion also when no more than one user has the guid.
+/// Any thread.
 class BlobEndpoints {
 public:
     BlobEndpoints(Database& database, Locks& locks, BlobStore& store, Locks::Clock now)

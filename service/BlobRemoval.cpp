@@ -18,10 +18,10 @@ constexpr Sql removeOfGuid{
     "it:"};
 constexpr Sql dropBatch{"DELETE FROM batches WHERE partition_id = :partition", "i:"};
 constexpr Sql dropRepeats{"DELETE FROM repeats WHERE partition_id = :partition", "i:"};
-constexpr Sql dropBatchesOfUser{
-    "DELETE FROM batches WHERE partition_id IN (SELECT id FROM partitions WHERE user_id = :user)", "i:"};
-constexpr Sql dropRepeatsOfUser{
-    "DELETE FROM repeats WHERE partition_id IN (SELECT id FROM partitions WHERE user_id = :user)", "i:"};
+constexpr Sql dropBatchesOfUser{"DELETE FROM batches WHERE partition_id IN (SELECT id FROM partitions WHERE user_id = :user)",
+                                "i:"};
+constexpr Sql dropRepeatsOfUser{"DELETE FROM repeats WHERE partition_id IN (SELECT id FROM partitions WHERE user_id = :user)",
+                                "i:"};
 
 }  // namespace
 

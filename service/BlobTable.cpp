@@ -29,8 +29,8 @@ constexpr Sql retireUploads{
     "UPDATE blobs SET state = 2, due = :due WHERE partition_id = :partition AND guid = :guid AND attribute = :attribute AND "
     "state = 0",
     "iitt:"};
-constexpr Sql makeCurrent{
-    "UPDATE blobs SET state = 1, hash = :hash, due = 9223372036854775807 WHERE name = :name AND state = 0", "tt:"};
+constexpr Sql makeCurrent{"UPDATE blobs SET state = 1, hash = :hash, due = 9223372036854775807 WHERE name = :name AND state = 0",
+                          "tt:"};
 constexpr Sql retireOthers{
     "UPDATE blobs SET state = 2, due = :due WHERE partition_id = :partition AND guid = :guid AND attribute = :attribute AND "
     "state = 1 AND name <> :name",
@@ -79,8 +79,6 @@ std::optional<std::string> BlobTable::takeOut(std::int64_t now) {
     return rows.text(0);
 }
 
-bool BlobTable::isUpload(Connection& connection, const std::string& name) {
-    return connection.query(findUpload, name).next();
-}
+bool BlobTable::isUpload(Connection& connection, const std::string& name) { return connection.query(findUpload, name).next(); }
 
 }  // namespace velkor::service

@@ -38,7 +38,7 @@ struct Request {
     std::string target;         // path and query as sent
     std::string authorization;  // the first "Authorization" header's value; empty without one
     std::string contentType;
-    std::string origin;  // scheme and host by which the client reached the service; empty when it does not say
+    std::string origin;        // scheme and host by which the client reached the service; empty when it does not say
     std::uint64_t length = 0;  // of the body
     Body body;                 // empty when a receiver took it
     std::shared_ptr<BodyReceiver> receiver;
@@ -87,8 +87,8 @@ public:
 class HttpHandler {
 public:
     virtual ~HttpHandler() = default;
-    /// Asked when a request with a body has begun, in the thread that serves all connections; null when the body is to be read into
-    /// memory.
+    /// Asked when a request with a body has begun, in the thread that serves all connections; null when the body is to be read
+    /// into memory.
     virtual std::shared_ptr<BodyReceiver> receiver(const Request&) { return nullptr; }
     /// Asked before a large body is read; an answer refuses the request, and its body is never read.
     virtual std::optional<Response> admit(Request& head, std::size_t bodySize) = 0;

@@ -1,5 +1,8 @@
 #include "service/HttpServer.h"
 
+#include <sys/sendfile.h>
+
+#include <algorithm>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/read.hpp>
@@ -9,9 +12,6 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
-#include <sys/sendfile.h>
-
-#include <algorithm>
 #include <cctype>
 #include <csignal>
 #include <set>
@@ -87,9 +87,9 @@ public:
     }
     void cut() {
         // A worker that sends a file knows the socket by its number, which must stay this session's.
+        if (!m_sending) return m_stream.close();
         ErrorCode ignored;
-        if (m_sending) m_stream.socket().shutdown(tcp::socket::shutdown_both, ignored);
-        else m_stream.close();
+        m_stream.socket().shutdown(tcp::socket::shutdown_both, ignored);
     }
 
 private:
@@ -240,9 +240,9 @@ private:
         if (m_filled == m_filling.size() || m_left == 0) return offer();
         m_reading = true;
         m_stream.expires_after(m_server.settings.patience);
-        m_stream.async_read_some(
-            net::buffer(m_filling.data() + m_filled, static_cast<std::size_t>(std::min<std::uint64_t>(m_filling.size() - m_filled, m_left))),
-            bound(&Session::onFilled));
+        const std::uint64_t room = std::min<std::uint64_t>(m_filling.size() - m_filled, m_left);
+        m_stream.async_read_some(net::buffer(m_filling.data() + m_filled, static_cast<std::size_t>(room)),
+                                 bound(&Session::onFilled));
     }
 
     void onFilled(ErrorCode error, std::size_t bytes) {
@@ -328,7 +328,8 @@ private:
         auto& out = m_answer.emplace();
         out.version(11);
         out.result(static_cast<unsigned>(response.status));
-        if (response.status != 204) out.set(http::field::content_type, response.isBytes ? "application/octet-stream" : "application/json");
+        if (response.status != 204)
+            out.set(http::field::content_type, response.isBytes ? "application/octet-stream" : "application/json");
         out.keep_alive(!m_close);
         if (response.status == 401) out.set(http::field::www_authenticate, "Basic realm=\"velkord\", charset=\"UTF-8\"");
         out.body() = std::move(response.body);
@@ -368,7 +369,8 @@ private:
             [self = shared_from_this(), socket = m_stream.socket().native_handle()] {
                 off64_t from = static_cast<off64_t>(self->m_sent);
                 const std::uint64_t size = std::min(self->m_file->size - self->m_sent, sentAtOnce);
-                const ssize_t sent = ::sendfile64(socket, self->m_file->descriptor.number(), &from, static_cast<std::size_t>(size));
+                const ssize_t sent =
+                    ::sendfile64(socket, self->m_file->descriptor.number(), &from, static_cast<std::size_t>(size));
                 return sent < 0 ? -errno : sent;
             },
             [](Session& self, ssize_t sent) { self.onSent(sent); });
@@ -423,11 +425,11 @@ private:
     std::optional<Response> m_refusal;
     std::shared_ptr<const BodyFile> m_file;
     std::uint64_t m_sent = 0;  // bytes of the file
-    bool m_reading = false;
-    bool m_isTaking = false;
-    bool m_sending = false;
-    bool m_close = false;
-    bool m_idle = false;         // waits for a request
+    bool m_reading = false;    // a receiver's body is coming in
+    bool m_isTaking = false;   // the receiver is busy with a piece of it
+    bool m_sending = false;    // a worker sends the file
+    bool m_close = false;      // ends the connection after the answer
+    bool m_idle = false;       // waits for a request
     bool m_keepAlive = false;
     bool m_drain = false;
 };

@@ -11,16 +11,16 @@
 namespace velkor::service {
 namespace {
 
-constexpr Sql findLock{
-    "SELECT serial, held, app, instance, since, active, transfer_until FROM locks WHERE user_id = :user", "i:iittiii"};
+constexpr Sql findLock{"SELECT serial, held, app, instance, since, active, transfer_until FROM locks WHERE user_id = :user",
+                       "i:iittiii"};
 constexpr Sql grantLock{
     "INSERT INTO locks (user_id, serial, held, app, instance, since, active, transfer_until) VALUES (:user, 1, 1, :app, "
     ":instance, :now, :now, 0) ON CONFLICT (user_id) DO UPDATE SET serial = locks.serial + 1, held = 1, "
     "app = excluded.app, instance = excluded.instance, since = excluded.since, active = excluded.active, transfer_until = 0",
     "itti:"};
 constexpr Sql releaseLock{"UPDATE locks SET held = 0 WHERE user_id = :user", "i:"};
-constexpr Sql touchLock{
-    "UPDATE locks SET active = :now, transfer_until = :until WHERE user_id = :user AND serial = :serial", "iiii:"};
+constexpr Sql touchLock{"UPDATE locks SET active = :now, transfer_until = :until WHERE user_id = :user AND serial = :serial",
+                        "iiii:"};
 
 constexpr std::int64_t touchesPerLease = 16;
 constexpr std::int64_t longestTransferLeases = 8;
@@ -101,7 +101,8 @@ std::optional<Lock> Locks::held(Connection& connection, std::int64_t user) {
 std::optional<Lock> Locks::find(Connection& connection, std::int64_t user) {
     auto rows = connection.query(findLock, user);
     if (!rows.next()) return std::nullopt;
-    return Lock{rows.integer(0), rows.integer(1) != 0, rows.text(2), rows.text(3), rows.integer(4), rows.integer(5), rows.integer(6)};
+    return Lock{rows.integer(0), rows.integer(1) != 0, rows.text(2),   rows.text(3),
+                rows.integer(4), rows.integer(5),      rows.integer(6)};
 }
 
 Response Locks::refusal(Connection& connection, std::int64_t user) {

@@ -19,8 +19,8 @@ struct Lock {
     bool held = false;
     std::string app;
     std::string instance;
-    std::int64_t since = 0;   // milliseconds since 1970
-    std::int64_t active = 0;  // when the holder was last heard of, a sixteenth of a lease late at most
+    std::int64_t since = 0;          // milliseconds since 1970
+    std::int64_t active = 0;         // when the holder was last heard of, a sixteenth of a lease late at most
     std::int64_t transferUntil = 0;  // the holder counts as active until then, because it moves a blob; 0 for none
 
     bool isHeldBy(std::string_view name) const { return held && instance == name; }
@@ -50,8 +50,8 @@ public:
     /// Notes that the instance was heard of, outside of any transaction.
     void noteActivity(std::int64_t user, std::string_view instance);
 
-    /// A blob's address was issued to the user, in the open transaction, which writes. Moving the blob is no request, so the lock's
-    /// holder counts as active until it is heard of again, for 900 s or 8 leases at most.
+    /// A blob's address was issued to the user, in the open transaction, which writes. Moving the blob is no request, so the
+    /// lock's holder counts as active until it is heard of again, for 900 s or 8 leases at most.
     void noteTransfer(Connection& connection, std::int64_t user);
     /// The same outside of any transaction.
     void noteTransfer(std::int64_t user);

@@ -89,7 +89,8 @@ std::optional<std::string_view> MultipartForm::finish() const {
 }
 
 std::uint64_t MultipartForm::fileSize() const {
-    return m_length - m_head.size() - std::min<std::uint64_t>(m_length - m_head.size(), lineBreak.size() + m_delimiter.size() + 2);
+    return m_length - m_head.size() -
+           std::min<std::uint64_t>(m_length - m_head.size(), lineBreak.size() + m_delimiter.size() + 2);
 }
 
 std::optional<std::string_view> MultipartForm::field(std::string_view name) const {

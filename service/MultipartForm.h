@@ -34,8 +34,8 @@ private:
 
     std::string m_delimiter;  // "--" and the boundary
     std::uint64_t m_length, m_taken = 0;
-    std::string m_head;         // of the body, up to the file's content
-    std::size_t m_part = 0;     // where in it the part at hand begins
+    std::string m_head;      // of the body, up to the file's content
+    std::size_t m_part = 0;  // where in it the part at hand begins
     bool m_atFile = false;
     std::string m_tail;  // the last bytes of the body: the closing line, perhaps with the last bytes of the content before it
     std::vector<std::pair<std::string, std::string>> m_fields;

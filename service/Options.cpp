@@ -114,8 +114,8 @@ std::string_view Options::usage() {
 std::string Options::helpText() {
     return std::string(usage()) + R"(
 
-Serves the sync protocol over HTTP from an embedded SQLite database, or from PostgreSQL. `expire` marks an object as expired for
-all clients of a user, `reset-password` gives a user a new password and prints it.
+Serves the sync protocol over HTTP from an embedded SQLite database, or from PostgreSQL, and keeps blobs in files or in a bucket.
+`expire` marks an object as expired for all clients of a user, `reset-password` gives a user a new password and prints it.
 
   --data DIR           directory of the database and the blobs, made when missing ($XDG_DATA_HOME/velkord)
   --listen HOST:PORT   address; port 0 takes a free one and prints it (127.0.0.1:8330)

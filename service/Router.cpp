@@ -53,8 +53,8 @@ struct Router::Route {
     std::string_view method;
     std::vector<std::string_view> path;
     Response (Router::*answer)(const User& user, const Match& match, Request& request);
-    bool large = false;   // its body may be as large as the service allows
-    bool ofUser = false;  // the first parameter is the user's own id
+    bool large = false;                                                        // its body may be as large as the service allows
+    bool ofUser = false;                                                       // the first parameter is the user's own id
     Response (Router::*open)(const Match& match, Request& request) = nullptr;  // instead of `answer`: needs no account
 };
 

@@ -47,7 +47,8 @@ public:
         curl_easy_setopt(m_curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(m_curl, CURLOPT_CONNECTTIMEOUT, patienceSeconds);
         curl_easy_setopt(m_curl, CURLOPT_TIMEOUT, patienceSeconds);
-        curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, +[](char*, std::size_t size, std::size_t count, void*) { return size * count; });
+        curl_easy_setopt(
+            m_curl, CURLOPT_WRITEFUNCTION, +[](char*, std::size_t size, std::size_t count, void*) { return size * count; });
         // The client library's own words hold the signed URL at times.
         if (const CURLcode code = curl_easy_perform(m_curl); code != CURLE_OK) throw BlobStoreFailure(curl_easy_strerror(code));
         long status = 0;

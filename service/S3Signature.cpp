@@ -45,7 +45,8 @@ std::string s3EscapedPath(std::string_view path) { return escaped(path, "/"); }
 
 std::string s3Signature(const S3Account& account, std::string_view day, std::string_view text) {
     std::string key = hmacSHA256("AWS4" + account.secretKey, day);
-    for (const std::string_view part : {std::string_view(account.region), std::string_view("s3"), std::string_view("aws4_request")}) {
+    for (const std::string_view part :
+         {std::string_view(account.region), std::string_view("s3"), std::string_view("aws4_request")}) {
         key = hmacSHA256(key, part);
     }
     return hexadecimal(hmacSHA256(key, text));

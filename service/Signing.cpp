@@ -12,9 +12,9 @@ namespace velkor::service {
 std::string hmacSHA256(std::string_view key, std::string_view text) {
     std::string code(32, '\0');
     unsigned length = 0;
-    const auto* made = HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
-                            reinterpret_cast<const unsigned char*>(text.data()), text.size(),
-                            reinterpret_cast<unsigned char*>(code.data()), &length);
+    const auto* made =
+        HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()), reinterpret_cast<const unsigned char*>(text.data()),
+             text.size(), reinterpret_cast<unsigned char*>(code.data()), &length);
     NS::assertThat(made && length == code.size(), "the system's cryptographic library works");
     return code;
 }

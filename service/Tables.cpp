@@ -56,7 +56,8 @@ constexpr const char* tables[] = {
     "CREATE INDEX blobs_guid ON blobs (guid)",
     "CREATE INDEX blobs_due ON blobs (due)",
     // The latest changes request of each partition: whose, under which lock, what is named in it by numbers above "above", and
-    // what it named without getting a new number; see BatchRecord. Held locks are few, so that calls without credentials find theirs.
+    // what it named without getting a new number; see BatchRecord. Held locks are few, so that calls without credentials find
+    // theirs.
     "CREATE TABLE batches (partition_id {given}, lock_serial BIGINT NOT NULL, instance BIGINT NOT NULL, above BIGINT NOT NULL)",
     "CREATE TABLE repeats (partition_id BIGINT NOT NULL, guid TEXT NOT NULL, PRIMARY KEY (partition_id, guid))",
     "CREATE INDEX locks_held ON locks (user_id) WHERE held = 1",

@@ -53,7 +53,9 @@ protected:
         EXPECT_EQ(post(blob.form(), content).status, 204);
         return blob.wrote(sha1HexHash(NS::Data(content))).status;
     }
-    void sweep() { BlobSweeper(*m_database, *m_blobStore, [this] { return m_time.load(); }).sweep(); }
+    void sweep() {
+        BlobSweeper(*m_database, *m_blobStore, [this] { return m_time.load(); }).sweep();
+    }
     std::size_t filesInStore() const {
         std::size_t count = 0;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(m_directory.path() + "/blobs")) {

@@ -91,8 +91,9 @@ TEST_F(BlobTransferTest, refusalsComeWhileTheBodyIsOnItsWay) {
     hostless.send("GET /client_apps/app/blobs/g1/content/read.json HTTP/1.1\r\n\r\n");
     EXPECT_TRUE(hostless.readUntil("}").starts_with("HTTP/1.1 400"));
     RawConnection proxied(m_program->port());
-    proxied.send("GET /client_apps/app/blobs/g1/content/read.json HTTP/1.1\r\nHost: sync.example.org:8443\r\n"
-                 "X-Forwarded-Proto: https\r\n\r\n");
+    proxied.send(
+        "GET /client_apps/app/blobs/g1/content/read.json HTTP/1.1\r\nHost: sync.example.org:8443\r\n"
+        "X-Forwarded-Proto: https\r\n\r\n");
     EXPECT_NE(proxied.readUntil("}").find("https://sync.example.org:8443/blobs/"), std::string::npos);
 }
 

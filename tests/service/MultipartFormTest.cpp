@@ -23,9 +23,14 @@ std::optional<std::string> contentOf(const std::string& type, const std::string&
 }
 
 TEST(MultipartFormTest, contentsAndPieces) {
-    const std::vector<std::string> contents{
-        "", "x", "\r\n", "--0xKhTmLbOuNdArY--", "\r\n--0xKhTmLbOuNdArY--", "\r\n--0xKhTmLbOuNdArY\r\n", std::string(3000, '\0'),
-        "ends with a line\r\n"};
+    const std::vector<std::string> contents{"",
+                                            "x",
+                                            "\r\n",
+                                            "--0xKhTmLbOuNdArY--",
+                                            "\r\n--0xKhTmLbOuNdArY--",
+                                            "\r\n--0xKhTmLbOuNdArY\r\n",
+                                            std::string(3000, '\0'),
+                                            "ends with a line\r\n"};
     for (const auto& content : contents) {
         const std::string body = uploadBody({{"key", "v"}, {"other", "a\r\nb"}}, content);
         for (const std::size_t piece : {1, 2, 7, 64, 100'000}) {
@@ -43,8 +48,7 @@ TEST(MultipartFormTest, typesAndBodies) {
         std::string type, body;
         bool isForm;
     };
-    const std::string lower =
-        "--b\r\ncontent-disposition: form-data; filename=\"x; y\"; name=file\r\n\r\ncontent\r\n--b--";
+    const std::string lower = "--b\r\ncontent-disposition: form-data; filename=\"x; y\"; name=file\r\n\r\ncontent\r\n--b--";
     const std::vector<Case> cases{
         {formType, good, true},
         {"Multipart/Form-Data; charset=utf-8; Boundary=\"0xKhTmLbOuNdArY\"", good, true},

@@ -10,8 +10,9 @@ namespace {
 using Arguments = std::vector<const char*>;
 
 TEST(OptionsTest, readsWhatTheCommandLineSays) {
-    const auto options = Options::parse(Arguments{"--data", "/d", "--listen", "[::1]:0", "--lease", "5", "--page", "7",
-                                                  "--max-body", "1000", "--max-blob", "2000", "--blob-store", "s3://b", "--log-level", "300"});
+    const auto options =
+        Options::parse(Arguments{"--data", "/d", "--listen", "[::1]:0", "--lease", "5", "--page", "7", "--max-body", "1000",
+                                 "--max-blob", "2000", "--blob-store", "s3://b", "--log-level", "300"});
     ASSERT_TRUE(options);
     EXPECT_EQ(options.value().dataDirectory, "/d");
     EXPECT_EQ(options.value().host, "::1");

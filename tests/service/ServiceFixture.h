@@ -282,13 +282,14 @@ protected:
     }
 
     void openBlobStore() {
-        auto opened = DiskBlobStore::open(m_directory.path() + "/blobs", {.maximumBlob = 100'000,
-                                                                          .now = [this] { return m_time.load(); },
-                                                                          .isWanted = [this](const std::string& name) {
-                                                                              return m_database->read([&](Connection& connection) {
-                                                                                  return BlobTable::isUpload(connection, name);
-                                                                              });
-                                                                          }});
+        auto opened = DiskBlobStore::open(
+            m_directory.path() + "/blobs",
+            {.maximumBlob = 100'000,
+             .now = [this] { return m_time.load(); },
+             .isWanted =
+                 [this](const std::string& name) {
+                     return m_database->read([&](Connection& connection) { return BlobTable::isUpload(connection, name); });
+                 }});
         if (!opened) throw std::runtime_error(opened.error().localizedDescription());
         m_blobStore = std::move(opened).value();
     }
