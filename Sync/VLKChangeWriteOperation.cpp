@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "PelmoLib/encodings/VLKLog.h"
+#include "Sync/VLKBlobDownloads.h"
 #include "Sync/VLKPageReplay.h"
 #include "platform/base/Format.h"
 #include "platform/base/SystemLog.h"
@@ -13,8 +14,6 @@ namespace velkor {
 using namespace NS;
 
 namespace {
-
-constexpr std::int64_t mostErrors = 5;
 
 /// The elements of the array under the key; a value of another type counts as none, with a line at level 100.
 Array arrayUnderKey(const Dictionary& dictionary, std::string_view key) {
@@ -28,28 +27,14 @@ Array arrayUnderKey(const Dictionary& dictionary, std::string_view key) {
 
 }  // namespace
 
-/// What observers of the operation see; it outlives the operation while one of their tasks runs.
-class VLKChangeWriteOperation::Progress : public Observable {
-public:
-    Value valueForKey(std::string_view key) const override {
-        if (key == "downloadCount") return downloadCount.load();
-        if (key == "totalDownloadCount") return totalDownloadCount.load();
-        return Observable::valueForKey(key);
-    }
-    std::atomic<std::int64_t> downloadCount = 0;
-    std::atomic<std::int64_t> totalDownloadCount = 0;
-};
-
 VLKChangeWriteOperation::VLKChangeWriteOperation(Dictionary result, VLKContextCreator contextCreator, std::string velkorSyncURL,
                                                  std::string userEmail, std::string userPassword, std::string appId)
     : m_resultDict(std::move(result)),
       m_jsonData(arrayUnderKey(m_resultDict, "new_xactions")),
       m_ctxCreator(std::move(contextCreator)),
-      m_wsServerUrl(std::move(velkorSyncURL)),
-      m_email(std::move(userEmail)),
-      m_password(std::move(userPassword)),
-      m_appId(std::move(appId)),
-      m_progress(std::make_shared<Progress>()) {}
+      m_downloads(std::make_unique<VLKBlobDownloads>(
+          VLKBlobDownloads::Service{std::move(velkorSyncURL), std::move(appId), std::move(userEmail), std::move(userPassword)},
+          m_errors)) {}
 
 VLKChangeWriteOperation::~VLKChangeWriteOperation() = default;
 
@@ -76,6 +61,8 @@ void VLKChangeWriteOperation::writeAnswer() {
         return tellDelegate();
     }
     log.logMessageAtLevel(300, "Attempting to download blobs...");
+    m_downloads->schedule(transactions);
+    if (!m_downloads->run()) return m_ctx->rollback();
     finishedProcessing();
     log.logMessageAtLevel(300, "Finished processing transactions");
 }
@@ -132,17 +119,24 @@ void VLKChangeWriteOperation::report(const Exception& exception) const {
     systemLog(format("The JSON Data being converted: %@", m_resultDict));
 }
 
-bool VLKChangeWriteOperation::failed() const noexcept { return m_numberOfErrors > mostErrors || m_storeFailed; }
+void VLKChangeWriteOperation::cancel() {
+    Operation::cancel();
+    m_downloads->cancel();
+}
+
+bool VLKChangeWriteOperation::failed() const noexcept { return m_downloads->failed() || m_storeFailed; }
+
+std::int64_t VLKChangeWriteOperation::numberOfErrors() const noexcept { return m_downloads->numberOfErrors(); }
 
 std::shared_ptr<ManagedObjectContext> VLKChangeWriteOperation::ctx() const {
     std::lock_guard lock(m_mutex);
     return m_ctx;
 }
 
-std::int64_t VLKChangeWriteOperation::downloadCount() const noexcept { return m_progress->downloadCount; }
+std::int64_t VLKChangeWriteOperation::downloadCount() const noexcept { return m_downloads->downloadCount(); }
 
-std::int64_t VLKChangeWriteOperation::totalDownloadCount() const noexcept { return m_progress->totalDownloadCount; }
+std::int64_t VLKChangeWriteOperation::totalDownloadCount() const noexcept { return m_downloads->totalDownloadCount(); }
 
-Observable& VLKChangeWriteOperation::progress() noexcept { return *m_progress; }
+Observable& VLKChangeWriteOperation::progress() noexcept { return m_downloads->progress(); }
 
 }  // namespace velkor

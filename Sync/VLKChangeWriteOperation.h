@@ -19,6 +19,7 @@
 
 namespace velkor {
 
+class VLKBlobDownloads;
 class VLKChangeWriteOperation;
 
 /// Author of the contexts with which the engine itself writes: their saves are not changes of the host.
@@ -31,9 +32,10 @@ public:
     virtual void changeWriteOperationFinishedWritingData(VLKChangeWriteOperation& operation) = 0;
 };
 
-/// Writes one answer of the service into the store: replays its "new_xactions" in two passes, then saves, or rolls back after too
-/// many failed blob downloads. `main` runs on a pool thread with a context of its own. An exception ends it with a report in the
-/// system log and nothing else: no save, no roll-back, no call of the delegate; only the completion block still runs.
+/// Writes one answer of the service into the store: replays its "new_xactions" in two passes, downloads the blobs of what it
+/// received, then saves, or rolls back after too many failed downloads. `main` runs on a pool thread with a context of its own
+/// and waits there for the downloads, which need the main run loop to run. An exception ends it with a report in the system log
+/// and nothing else: no save, no roll-back, no call of the delegate; only the completion block still runs.
 class VELKOR_EXPORT VLKChangeWriteOperation : public NS::Operation {
 public:
     VLKChangeWriteOperation(NS::Dictionary result, VLKContextCreator contextCreator, std::string velkorSyncURL,
@@ -48,6 +50,8 @@ public:
     void setKeepsEveryChange(bool keeps) noexcept { m_keepsEveryChange = keeps; }
 
     void main() override;
+    /// An operation that waits for a download gives up: it rolls back, without a call of the delegate.
+    void cancel() override;
 
     /// The "transaction" of each entry as a transaction in `ctx()`, in order.
     std::vector<std::shared_ptr<VLKTransaction>> convertJSONToTransactions(const NS::Array& entries) const;
@@ -57,7 +61,8 @@ public:
     bool failed() const noexcept;
     /// In the order of their occurrence. To be read by the completion block or after it.
     const std::vector<NS::Error>& errors() const noexcept { return m_errors; }
-    std::int64_t numberOfErrors() const noexcept { return m_numberOfErrors; }
+    /// Failed blob downloads so far. Any thread.
+    std::int64_t numberOfErrors() const noexcept;
 
     /// The operation's context; null before `main` made it. Any thread may ask; only the operation uses it.
     std::shared_ptr<NS::ManagedObjectContext> ctx() const;
@@ -70,7 +75,6 @@ public:
     const NS::Dictionary& resultDict() const noexcept { return m_resultDict; }
 
 private:
-    class Progress;
     void writeAnswer();
     void makeContext();
     void finishedProcessing();
@@ -82,16 +86,14 @@ private:
     const NS::Dictionary m_resultDict;
     const NS::Array m_jsonData;
     const VLKContextCreator m_ctxCreator;
-    const std::string m_wsServerUrl, m_email, m_password, m_appId;
-    const std::shared_ptr<Progress> m_progress;
     std::atomic<VLKChangeWriteOperationDelegate*> m_delegate = nullptr;
     std::atomic<bool> m_keepsEveryChange = false;
 
     mutable std::mutex m_mutex;  // guards m_ctx, which only the operation's own thread sets
     std::shared_ptr<NS::ManagedObjectContext> m_ctx;
-    std::atomic<std::int64_t> m_numberOfErrors = 0;
     std::atomic<bool> m_storeFailed = false;
     std::vector<NS::Error> m_errors;  // the operation's thread
+    const std::unique_ptr<VLKBlobDownloads> m_downloads;
 };
 
 }  // namespace velkor
