@@ -71,9 +71,6 @@ TEST_F(GenericValuesTest, anEndedRegistrationRecordsNothing) {
     EXPECT_TRUE(controller->genericObjectGuids().empty());
     preferences->setValueForKey({}, "theme");
     EXPECT_THAT(pending(), ElementsAre(guid + " UPDATE"));
-    LogCapture log;
-    controller->unregisterObservationOfKeyPath("theme", "prefs");
-    EXPECT_EQ(log.entries().size(), 1U);
     controller->registerObservationOfKeyPath("theme", preferences, "prefs");
     controller.reset();
     preferences->setValueForKey("after teardown", "theme");
@@ -88,6 +85,47 @@ TEST_F(GenericValuesTest, setValuesAreKnownAndAcknowledgedWithTheBatch) {
     EXPECT_THAT(keysOf(*changesRequest(0)["xactions"].asDictionary()), IsEmpty());
     EXPECT_THAT(pending(), IsEmpty());
     EXPECT_EQ(controller->cycleReport().sent, 0);
+}
+
+TEST_F(GenericValuesTest, nestedPathsFollowTheObjectsOnTheWay) {
+    const auto editor = [](int fontSize) {
+        auto made = std::make_shared<NS::Observable>();
+        made->setValueForKey(fontSize, "fontSize");
+        return made;
+    };
+    const auto first = editor(12);
+    preferences->setValueForKey(first, "editor");
+    controller->registerObservationOfKeyPath("editor.fontSize", preferences, "prefs");
+    const std::string nested = "ann@example.org_prefs_editor.fontSize";
+    const auto changeIsRecorded = [&](const std::function<void()>& change) {
+        controller->dropPendingTransactions();
+        change();
+        return pending();
+    };
+    EXPECT_THAT(changeIsRecorded([&] { first->setValueForKey(14, "fontSize"); }), ElementsAre(nested + " UPDATE"));
+    EXPECT_THAT(changeIsRecorded([&] { preferences->setValueForKey(editor(16), "editor"); }), ElementsAre(nested + " UPDATE"));
+    EXPECT_THAT(changeIsRecorded([&] { first->setValueForKey(18, "fontSize"); }), IsEmpty());
+    EXPECT_THAT(changeIsRecorded([&] { preferences->setValueForKey({}, "editor"); }), ElementsAre(nested + " DELETE"));
+}
+
+TEST_F(GenericValuesTest, aSecondRegistrationReplacesTheEntriesOnly) {
+    registerTheme();
+    const auto first = preferences;
+    preferences = std::make_shared<NS::Observable>();
+    registerTheme();
+    EXPECT_EQ(controller->observedObjectWithGenericObjectIdAndKeyPath("prefs_theme"), preferences);
+    EXPECT_EQ(controller->genericObjectGuids().size(), 1U);
+    first->setValueForKey("dark", "theme");
+    EXPECT_THAT(pending(), ElementsAre(guid + " UPDATE")) << "the first observation stays active";
+    EXPECT_THAT(controller->guidsOfGenericValues(), IsEmpty());
+}
+
+TEST_F(GenericValuesTest, logsItsMessages) {
+    checkLogCases({{"ending what was never registered",
+                    LogCase::always,
+                    [this] { controller->unregisterObservationOfKeyPath("theme", "prefs"); },
+                    {NS::format("Ignoring the attempt to remove a non-existent observer of %@ with token %@",
+                                controller->description(), "")}}});
 }
 
 }  // namespace

@@ -132,9 +132,15 @@ TEST_F(KnownObjectsTest, logsItsMessages) {
         runUntil([this, unlocks] { return service.requestCount("/client/org") > unlocks; });
         settle();
     };
+    const auto listInVain = [this, list] {
+        answerListing(FakeAnswer::json("{}", 500));
+        list();
+    };
+    const auto failure = NS::format("VLK Error: %@ while sending object listing", NS::Error(NS::NetworkErrorDomain, 500));
     checkLogCases({
         {"an answer", 400, list, {"Received data from server for known objects: {\n    a = 1;\n}"}},
         {"a loop", 100, list, {"Warning: Known Objects has been called a lot. This could be an issue."}},
+        {"a failure", 100, listInVain, {failure}},
     });
 }
 
