@@ -19,6 +19,7 @@ struct VELKOR_EXPORT VLKCycleReport {
     std::int64_t listings = 0;
     /// Pages of batched downloads that arrived with transactions.
     std::int64_t pages = 0;
+    /// Blobs uploaded and confirmed (deletions do not count), and blobs downloaded and saved.
     std::int64_t blobsUp = 0;
     std::int64_t blobsDown = 0;
     /// Why the lock was refused; none when it was granted or is still out.

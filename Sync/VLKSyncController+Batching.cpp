@@ -2,7 +2,6 @@
 #include <utility>
 
 #include "PelmoLib/encodings/NSDate+Utils.h"
-#include "Sync/VLKAnswer.h"
 #include "Sync/VLKBatchWriter.h"
 #include "Sync/VLKSchemaSerializer.h"
 #include "Sync/VLKSyncController+Internal.h"
@@ -30,9 +29,6 @@ std::optional<std::string> VLKSyncController::batchCurrentChanges() {
     setSyncStatusMessageWithFormat("Batching changes...");
     if (dataToBeSent()) m_internals->postOnMainQueue(VLKStartingSyncNotification);
     readyCurrentChunk();
-    if (const auto loaded = VLKBatchWriter::loadObjects(*m_batch); !loaded)
-        throw NS::Exception(NS::InternalInconsistencyException,
-                            NS::format("Unable to bring the batch up to date: %@", loaded.error()));
     removeBadTransactionsFromBatch(*m_batch);
     auto json = m_internals->requestEnvelope();
     logMessage(400, "Sending data to server: %@", json);
@@ -77,6 +73,12 @@ void VLKSyncController::readyCurrentChunk() {
     while (!m_changes.empty() && !(m_enableChunking && chunk.size() == chunkSize)) m_changes.moveTo(chunk, m_changes.begin());
     m_batch = std::move(chunk);
     ++m_internals->batchNumber;
+    if (const auto loaded = VLKBatchWriter::loadObjects(*m_batch); !loaded)
+        throw NS::Exception(NS::InternalInconsistencyException,
+                            NS::format("Unable to bring the batch up to date: %@", loaded.error()));
+    for (const auto& [guid, transaction] : *m_batch) {
+        if (!transaction->isGenericValue() && transaction->objectHasBlobs()) addBlobUploadOperationForTransaction(*transaction);
+    }
 }
 
 void VLKSyncController::removeBadTransactionsFromBatch(VLKTransactionMap& batch) {
@@ -90,12 +92,14 @@ void VLKSyncController::removeBadTransactionsFromBatch(VLKTransactionMap& batch)
 void VLKSyncController::Internals::dropBadTransaction(VLKTransactionMap& batch, const std::string& guid) {
     logMessage(100, "Removing bad transaction for: %@", guid);
     batch.erase(guid);
+    dropBlobTransfersOf(guid);
 }
 
 void VLKSyncController::dropPendingTransactions() { m_changes.clear(); }
 
 void VLKSyncController::resetBatch() {
     if (!m_batch) return;
+    if (!m_latestSyncResult) m_internals->dropBlobTransfers();
     VLKTransactionMap restored = std::move(*m_batch);
     m_batch.reset();
     Internals::addNewer(std::move(m_changes), restored);
@@ -122,10 +126,12 @@ void VLKSyncController::launchChangesCommandWithJSON(std::optional<std::string> 
 }
 
 void VLKSyncController::Internals::changesAnswered(const NS::Dictionary& answer, std::uint64_t batch) {
-    if (!VLKAnswer::isBatched(answer)) return handleAnswer(answer, batch);
-    self.downloadPage(
-        1, downloadFor(answer), [this, batch](const NS::Dictionary& complete) { handleAnswer(complete, batch); },
-        [this](const NS::Error& error) { self.handleFailedChangesCommandWithError(error); });
+    // The blobs in the queue are those of the latest batch.
+    if (batch != batchNumber || self.m_pendingBlobUploads.empty()) return takeAnswer(answer, batch);
+    self.m_latestSyncResult = answer;
+    heldBatch = batch;
+    self.setTotalObjectsToUpload(static_cast<std::int64_t>(self.m_pendingBlobUploads.size()));
+    self.processPendingBlobUploads();
 }
 
 void VLKSyncController::sendSchemaForContext(std::shared_ptr<NS::ManagedObjectContext> ctx) {

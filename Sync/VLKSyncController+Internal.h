@@ -24,6 +24,7 @@
 
 namespace velkor {
 
+class VLKBlobDeletion;
 class VLKChangeWriteOperation;
 class VLKPresentObjects;
 
@@ -59,6 +60,12 @@ struct VLKSyncController::Internals {
     std::uint64_t batchNumber = 0;
     /// Transactions of the batch that have a place in the request.
     std::int64_t transactionsInRequest = 0;
+    /// Names the batch of the answer that is held back while blobs upload.
+    std::uint64_t heldBatch = 0;
+    std::weak_ptr<VLKS3Uploader> runningTransfer;
+    std::vector<std::weak_ptr<VLKBlobDeletion>> blobDeletions;
+    /// The latest failure of a request, while the service is being asked to roll it back.
+    std::optional<NS::Error> reportedFailure;
     std::shared_ptr<NS::PersistentStoreCoordinator> coordinator;  // fixed at creation
     NS::NotificationCenter::Token didSaveObserver;
 
@@ -104,8 +111,16 @@ struct VLKSyncController::Internals {
 
     // Batching.
     std::optional<std::string> requestEnvelope();
-    static void dropBadTransaction(VLKTransactionMap& batch, const std::string& guid);
+    void dropBadTransaction(VLKTransactionMap& batch, const std::string& guid);
     void changesAnswered(const NS::Dictionary& answer, std::uint64_t batch);
+
+    // Blobs.
+    void blobTransferCompleted(const std::shared_ptr<VLKS3Uploader>& transfer, bool isUpload);
+    void blobTransferFailed(const std::shared_ptr<VLKS3Uploader>& transfer, const NS::Error& error);
+    /// Drops the transfers of one object, or all of them; what a dropped one still brings is ignored.
+    void dropBlobTransfersOf(std::string_view guid);
+    void dropBlobTransfers();
+    void cancelBlobDeletions();
 
     // Cycle.
     void lockGranted(const NS::Dictionary& answer);
@@ -126,11 +141,14 @@ struct VLKSyncController::Internals {
     static std::optional<NS::Error> failureOf(const VLKChangeWriteOperation& operation);
     void recordSchemaSent();
     void takeHighestTransaction(const NS::Dictionary& answer);
+    /// Fetches the answer's pages, if it has any, and handles it.
+    void takeAnswer(const NS::Dictionary& answer, std::uint64_t batch);
     void handleAnswer(const NS::Dictionary& answer, std::uint64_t batch);
     void answerWritten(const NS::Dictionary& answer, std::uint64_t batch, std::uint32_t taskId);
     void compareHash(const std::string& remoteHash) const;
     void endInAgreement();
     void endUnableToCompare() const;
+    void endRolledBack();
     std::optional<std::string> listingBody(const NS::Array& guids) const;
     void listingAnswered(const NS::Dictionary& answer, std::uint32_t task);
     void listingWritten(const NS::Dictionary& answer);

@@ -72,6 +72,13 @@ void VLKSyncController::downloadPage(std::int64_t page, NS::Dictionary download,
     m_internals->commands.start(command);
 }
 
+void VLKSyncController::Internals::takeAnswer(const NS::Dictionary& answer, std::uint64_t batch) {
+    if (!VLKAnswer::isBatched(answer)) return handleAnswer(answer, batch);
+    self.downloadPage(
+        1, downloadFor(answer), [this, batch](const NS::Dictionary& complete) { handleAnswer(complete, batch); },
+        [this](const NS::Error& error) { self.handleFailedChangesCommandWithError(error); });
+}
+
 // --- Writing an answer ---
 
 void VLKSyncController::handleCompletedChangesCommandWithResult(const NS::Dictionary& result) {
@@ -221,14 +228,21 @@ void VLKSyncController::Internals::endUnableToCompare() const {
 
 void VLKSyncController::handleFailedChangesCommandWithError(const NS::Error& error) {
     logMessage(100, "VLK Error: %@ while sending changes.", error);
-    rollbackWithCompletionHandler([this, error](bool, const std::optional<NS::Error>&) {
-        m_lastError = error;
-        resetBatch();
-        resetTimer();
-        m_pendingBlobUploads.clear();
-        save();
-        syncEnded();
-    });
+    m_latestSyncResult.reset();  // the answer to a request that failed is not taken in
+    const bool isRollingBack = m_internals->reportedFailure.has_value();
+    m_internals->reportedFailure = error;
+    // A roll-back on its way serves later reports too: a second one could overtake the cycle's end.
+    if (isRollingBack) return;
+    rollbackWithCompletionHandler([this](bool, const std::optional<NS::Error>&) { m_internals->endRolledBack(); });
+}
+
+void VLKSyncController::Internals::endRolledBack() {
+    self.m_lastError = std::exchange(reportedFailure, std::nullopt);
+    self.resetBatch();
+    self.resetTimer();
+    dropBlobTransfers();
+    self.save();
+    self.syncEnded();
 }
 
 }  // namespace velkor

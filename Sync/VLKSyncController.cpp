@@ -89,6 +89,8 @@ VLKSyncController::~VLKSyncController() {
     internals.capturedSaves->close();
     if (m_pollTimer) m_pollTimer->invalidate();
     internals.commands.cancelAll();
+    internals.dropBlobTransfers();
+    internals.cancelBlobDeletions();
     for (NS::OperationQueue* queue : {m_saveQueue.get(), m_readQueue.get(), m_hashingQueue.get()}) queue->cancelAllOperations();
     internals.questions.close();
     for (NS::OperationQueue* queue : {m_saveQueue.get(), m_readQueue.get(), m_hashingQueue.get()})

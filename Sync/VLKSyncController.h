@@ -22,6 +22,8 @@ class ManagedObject;
 class ObjectClass;
 }  // namespace NS
 
+class VLKS3Deleter;
+
 /// Posted from the main queue when a cycle starts and when it has ended; the sender is the controller.
 inline constexpr std::string_view VLKStartingSyncNotification = "STARTING_SYNC";
 inline constexpr std::string_view VLKEndedSyncNotification = "ENDED_SYNC";
@@ -111,12 +113,14 @@ public:
     /// Takes the next chunk and gives the request's JSON text; none when it cannot be written. Raises when the store cannot be
     /// read or a value that every request needs is missing; `resetBatch` then puts the chunk back.
     std::optional<std::string> batchCurrentChanges();
+    /// Takes the chunk, brings its objects up to date and queues their blobs. Raises when the store cannot be read.
     void readyCurrentChunk();
     void removeBadTransactionsFromBatch(VLKTransactionMap& batch);
     bool dataToBeSent() const noexcept { return !changes().empty(); }
     /// Forgets the pending changes.
     void dropPendingTransactions();
-    /// Puts the chunk in flight back among the pending changes; newer ones win.
+    /// Puts the chunk in flight back among the pending changes; newer ones win. Blob transfers that still wait for its answer are
+    /// dropped: they are queued anew with it.
     void resetBatch();
     void launchChangesCommandWithJSON(std::optional<std::string> json);
     /// Posts the schema of the context's model to the service and forgets about it.
@@ -155,6 +159,17 @@ public:
     void storeKnownObjectsTime();
     /// Three listings within twenty minutes. Any thread.
     bool areWeLoopingOnKnownObjects();
+
+    // --- Blobs: binary attributes travel beside the transactions ---
+    /// Queues a transfer for each blob attribute of the transaction's object: an upload of its value, or a deletion.
+    void addBlobUploadOperationForTransaction(VLKTransaction& transaction);
+    /// Starts the next transfer; when none is left, takes in the answer that was held back.
+    void processPendingBlobUploads();
+    /// The names of the blob attributes (an array) of all syncable objects, by GUID.
+    NS::Dictionary blobNamesForSyncableObjects() const;
+    /// Deletes every blob of every syncable object from the service's blob store, one at a time, from the end of the list that it
+    /// returns; the first failure ends it. The callback may be empty.
+    std::vector<std::shared_ptr<VLKS3Deleter>> deleteAllBlobsFromServerWithCallback(VLKResultCallback callback);
 
     // --- Generic values: values at key paths of observed objects outside the store ---
     /// Every change of the value from now on becomes a pending change, once a user is known. The value may change on any thread.

@@ -2,12 +2,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "PelmoLib/VLKMocCreator.h"
 #include "Sync/VLKCycleReport.h"
@@ -159,7 +159,9 @@ public:
     const NS::NotificationCenter::Token& downloadProgressObserver() const noexcept { return m_downloadProgressObserver; }
 
     // --- Blob uploads ---
-    std::vector<std::shared_ptr<VLKS3Uploader>>& pendingBlobUploads() noexcept { return m_pendingBlobUploads; }
+    /// Transfers not yet finished, uploads and deletions; the first one is running once the service has answered.
+    std::deque<std::shared_ptr<VLKS3Uploader>>& pendingBlobUploads() noexcept { return m_pendingBlobUploads; }
+    /// Failures since the last transfer that succeeded.
     std::int64_t failedBlobUploadCount() const noexcept { return m_failedBlobUploadCount; }
     void setFailedBlobUploadCount(std::int64_t count) noexcept { m_failedBlobUploadCount = count; }
 
@@ -228,7 +230,7 @@ protected:
     std::int64_t m_totalObjectsToUpload = 0, m_currentUploadObjectNumber = 0, m_totalObjectsToDownload = 0,
                  m_currentDownloadObjectNumber = 0;
     NS::NotificationCenter::Token m_uploadProgressObserver, m_downloadProgressObserver;
-    std::vector<std::shared_ptr<VLKS3Uploader>> m_pendingBlobUploads;
+    std::deque<std::shared_ptr<VLKS3Uploader>> m_pendingBlobUploads;
     std::int64_t m_failedBlobUploadCount = 0;
     NS::OrderedMap<std::shared_ptr<NS::Observable>> m_observedGenericObjects;
     NS::OrderedMap<std::string> m_genericObservationTokens;

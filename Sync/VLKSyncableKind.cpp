@@ -15,8 +15,8 @@ VLKSyncableKind::VLKSyncableKind(const NS::EntityDescription& entity)
     if (!m_syncable) return;
     m_hasExpired = answers(VLKSyncableMember::expired);
     m_hasOptOut = answers(VLKSyncableMember::doNotSynchronize);
-    m_judgedByValues = entity.attributeNamed(VLKSyncableMember::guid) && !m_class->getterFor(VLKSyncableMember::guid) &&
-                       (!m_hasExpired || isAnsweredByAttribute(VLKSyncableMember::expired)) &&
+    m_guidIsStored = entity.attributeNamed(VLKSyncableMember::guid) && !m_class->getterFor(VLKSyncableMember::guid);
+    m_judgedByValues = m_guidIsStored && (!m_hasExpired || isAnsweredByAttribute(VLKSyncableMember::expired)) &&
                        (!m_hasOptOut || isAnsweredByAttribute(VLKSyncableMember::doNotSynchronize));
 }
 

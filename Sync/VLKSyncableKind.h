@@ -27,6 +27,8 @@ public:
     /// Whether the hash and the listings leave the object out: opted out or expired.
     bool excludesFromSharing(const NS::ManagedObject& object) const;
 
+    /// The guid is a plain attribute: it can be read from rows, without making objects.
+    bool guidIsStored() const noexcept { return m_guidIsStored; }
     /// The guid and the two flags are plain attributes: rows can be judged by their values, without making objects.
     bool judgedByValues() const noexcept { return m_judgedByValues; }
     /// The attributes to read for it; the guid is the first.
@@ -48,6 +50,7 @@ private:
     bool m_syncable;
     bool m_hasExpired = false;
     bool m_hasOptOut = false;
+    bool m_guidIsStored = false;
     bool m_judgedByValues = false;
 };
 
