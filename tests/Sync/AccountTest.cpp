@@ -101,16 +101,16 @@ TEST_F(AccountTest, logoutDropsTheSessionCookiesOfTheService) {
                    {FakeAnswer::json("{}")
                         .withHeader("Set-Cookie", "session=1; Path=/")
                         .withHeader("Set-Cookie", "kept=1; Path=/; Max-Age=9999")});
-    for (const auto* host : {"localhost", "127.0.0.1"}) {
+    for (const auto* machine : {"localhost", "127.0.0.1"}) {
         bool answered = false;
-        controller->setServerUrl(service.url(host));
+        controller->setServerUrl(service.url(machine));
         controller->getRegisteredClients([&](const NS::Value&, const std::optional<NS::Error>&) { answered = true; });
         ASSERT_TRUE(runUntil([&] { return answered; }));
     }
     controller->logout();
-    const auto namesFor = [this](std::string_view host) {
+    const auto namesFor = [this](std::string_view machine) {
         std::vector<std::string> names;
-        for (const auto& cookie : NS::CookieStorage::sharedStorage().cookiesForURL(service.url(host) + "/"))
+        for (const auto& cookie : NS::CookieStorage::sharedStorage().cookiesForURL(service.url(machine) + "/"))
             names.push_back(cookie.name);
         return names;
     };
