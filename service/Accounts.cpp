@@ -122,8 +122,7 @@ Response Accounts::changePassword(const User& user, std::string_view form) {
     auto hash = hashOfNewPassword(user.email, *values[1]);
     if (auto* refusal = std::get_if<Response>(&hash)) return std::move(*refusal);
     return m_database.write(user.id, [&](Connection& connection) {
-        const auto changed =
-            connection.run(replacePassword, std::get<std::string>(hash), account->id, account->passwordVersion);
+        const auto changed = connection.run(replacePassword, std::get<std::string>(hash), account->id, account->passwordVersion);
         return changed ? Response::json("{}") : Response::error(409, "The password has been changed meanwhile.");
     });
 }

@@ -123,8 +123,8 @@ std::string ChangesEndpoint::answer(Connection& connection, const Partition& par
     NewTransactions news(connection, partition.id, instance.id, highest);
     const bool paged = hasNews && news.hasMoreThan(m_page);
     if (paged) {
-        const Download download{Download::Kind::changes, partition.id, instance.id, highest, partition.highest,
-                                partition.epoch,         m_page};
+        const Download download{Download::Kind::changes, partition.id,    instance.id, highest,
+                                partition.highest,       partition.epoch, m_page};
         writer.key("batched_download_identifier");
         writer.plainString(download.identifier());
     }

@@ -35,7 +35,8 @@ Response keepClient(Database& database, const User& user, std::string_view form,
     if (!instance || instance->empty() || instance->size() > longestName || !isStorable(*instance)) {
         return Response::error(400, "The request names no instance.");
     }
-    if (!info || !isStorable(*info) || !CJSONDeserializer::deserializer().deserializeAsDictionary(std::string_view(*info), nullptr)) {
+    if (!info || !isStorable(*info) ||
+        !CJSONDeserializer::deserializer().deserializeAsDictionary(std::string_view(*info), nullptr)) {
         return Response::error(400, "The client's information is no JSON object.");
     }
     return database.write(user.id, [&](Connection& connection) {

@@ -47,7 +47,8 @@ std::optional<Download> Download::parse(std::string_view identifier) {
         identifier.remove_prefix(text.size());
     }
     if (!identifier.empty() || numbers[5] == 0 || numbers[5] > largestPage) return std::nullopt;
-    return Download{static_cast<Kind>(name - kindNames.begin()), numbers[0], numbers[1], numbers[2], numbers[3], numbers[4], numbers[5]};
+    return Download{
+        static_cast<Kind>(name - kindNames.begin()), numbers[0], numbers[1], numbers[2], numbers[3], numbers[4], numbers[5]};
 }
 
 Response DownloadEndpoint::handle(const User& user, std::string_view pageText, std::string_view identifier) {

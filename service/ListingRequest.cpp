@@ -6,9 +6,7 @@
 namespace velkor::service {
 namespace {
 
-bool mayBeGuid(std::string_view text) {
-    return !text.empty() && text.size() <= longestName && text.find('\0') == text.npos;
-}
+bool mayBeGuid(std::string_view text) { return !text.empty() && text.size() <= longestName && text.find('\0') == text.npos; }
 
 }  // namespace
 

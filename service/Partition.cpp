@@ -28,8 +28,8 @@ constexpr Sql dropUndoOfUser{
 constexpr Sql settleUser{"UPDATE partitions SET provisional = 0 WHERE user_id = :user AND provisional <> 0", "i:"};
 
 constexpr Sql findInstance{
-    "SELECT id, last_number, batch_highest, answered, listing, proved, asked_under, withholds, hash, hash_of FROM instances WHERE "
-    "partition_id = :partition AND name = :name",
+    "SELECT id, last_number, batch_highest, answered, listing, proved, asked_under, withholds, hash, hash_of FROM instances "
+    "WHERE partition_id = :partition AND name = :name",
     "it:iiiiiiiitt"};
 constexpr Sql addInstance{
     "INSERT INTO instances (partition_id, name, last_number, batch_highest, answered, listing, proved, asked_under, withholds, "
@@ -95,7 +95,7 @@ Instance Instance::add(Connection& connection, std::int64_t partition, std::stri
     return find(connection, partition, name).value();
 }
 
-void Instance::store(Connection& connection) const { 
+void Instance::store(Connection& connection) const {
     connection.run(storeInstance, lastNumber, batchHighest, answered, listing, proved ? 1 : 0, askedUnder, withholds ? 1 : 0,
                    hash, hashOf, id);
 }

@@ -26,7 +26,8 @@ constexpr const char* tables[] = {
 
     "CREATE TABLE instances (id {serial}, partition_id BIGINT NOT NULL, name TEXT NOT NULL, last_number BIGINT NOT NULL, "
     "batch_highest BIGINT NOT NULL, answered BIGINT NOT NULL, listing BIGINT NOT NULL, proved BIGINT NOT NULL, "
-    "asked_under BIGINT NOT NULL, withholds BIGINT NOT NULL, hash TEXT NOT NULL, hash_of TEXT NOT NULL, UNIQUE (partition_id, name))",
+    "asked_under BIGINT NOT NULL, withholds BIGINT NOT NULL, hash TEXT NOT NULL, hash_of TEXT NOT NULL, "
+    "UNIQUE (partition_id, name))",
 
     "CREATE TABLE relations (partition_id BIGINT NOT NULL, id BIGINT NOT NULL, class TEXT NOT NULL, name TEXT NOT NULL, "
     "destination TEXT NOT NULL, to_many BIGINT NOT NULL, PRIMARY KEY (partition_id, id))",

@@ -11,8 +11,8 @@
 namespace velkor::service {
 
 /// The guids over which an instance and the service agree to differ until they change: such as the instance lists and cannot
-/// send, and such as it was sent and does not keep. They are neither asked for nor sent again, and the instance's SYNC_HASH counts
-/// them as it listed them. In one writing transaction.
+/// send, and such as it was sent and does not keep. They are neither asked for nor sent again, and the instance's SYNC_HASH
+/// counts them as it listed them. In one writing transaction.
 class Withholding {
 public:
     struct Guid {

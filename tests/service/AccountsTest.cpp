@@ -63,9 +63,10 @@ TEST_F(AccountsTest, aPasswordIsChangedByWhoKnowsTheOldOne) {
         int status;
     };
     TestClient a = client("A");
-    for (const auto& [form, status] : {Case{"", 400}, Case{"old_password=secret", 400}, Case{"new_password=x&", 400},
-                                       Case{"old_password=wrong&new_password=x&", 422}, Case{"old_password=secret&new_password=&", 422},
-                                       Case{"new_password=a&b=c+d%20%C3%BC&old_password=secret&", 200}}) {
+    for (const auto& [form, status] :
+         {Case{"", 400}, Case{"old_password=secret", 400}, Case{"new_password=x&", 400},
+          Case{"old_password=wrong&new_password=x&", 422}, Case{"old_password=secret&new_password=&", 422},
+          Case{"new_password=a&b=c+d%20%C3%BC&old_password=secret&", 200}}) {
         EXPECT_EQ(a.send("POST", "/users/change_password.json", form).status, status) << form;
     }
     EXPECT_EQ(verify(basic("u@example.org", "secret")), 401);

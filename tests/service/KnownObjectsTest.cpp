@@ -66,7 +66,8 @@ TEST_F(KnownObjectsTest, sendsWhatIsMissingDeletedAndExpiredAndAsksForTheRest) {
     a.accept(a.changes({insertOf("new"), insertOf("newer")}));
     EXPECT_EQ(a.hash, hashOf({"here", "missing", "new", "newer"}));
     a.unlock();
-    EXPECT_EQ(summary(client("B").cycle()), (Lines{"here:of A", "missing:of A", "deleted:-", "expired:expired", "new:", "newer:"}));
+    EXPECT_EQ(summary(client("B").cycle()),
+              (Lines{"here:of A", "missing:of A", "deleted:-", "expired:expired", "new:", "newer:"}));
 }
 
 TEST_F(KnownObjectsTest, anAnswerThatSendsNothingHasNoNewNumber) {
@@ -110,9 +111,9 @@ TEST_F(KnownObjectsTest, whatIsNoListingIsRefusedAndWhatIsNoGuidIsLeftOut) {
                              R"({"allObjects":["n"],"app_id":"app")", R"({"allObjects":["n)"}) {
         EXPECT_EQ(a.send("POST", "/users/1/known_objects/sync.json", body).status, 400) << body;
     }
-    const Response response = a.send("POST", "/users/1/known_objects/sync.json",
-                                     R"({"app_id":"app","allObjects":["n","","n","\u0000","caf\u00e9","café",")" +
-                                         std::string(2000, 'x') + "\"]}");
+    const Response response =
+        a.send("POST", "/users/1/known_objects/sync.json",
+               R"({"app_id":"app","allObjects":["n","","n","\u0000","caf\u00e9","café",")" + std::string(2000, 'x') + "\"]}");
     EXPECT_EQ(unknownOf(parsed(response.body)), Lines{"café"});
     EXPECT_EQ(a.send("POST", "/users/2/known_objects/sync.json", R"({"allObjects":[]})").status, 403);
 }

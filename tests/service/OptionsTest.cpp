@@ -47,8 +47,8 @@ TEST(OptionsTest, refusesWhatItDoesNotKnow) {
     for (const Arguments& arguments :
          {Arguments{"--nonsense", "1"}, Arguments{"--data"}, Arguments{"--data", ""}, Arguments{"--listen", "localhost"},
           Arguments{"--listen", "h:65536"}, Arguments{"--listen", ":80"}, Arguments{"--lease", "0"}, Arguments{"--page", "x"},
-          Arguments{"--database", ""}, Arguments{"--page", "5 "}, Arguments{"--max-body", "-1"}, Arguments{"serve"}, Arguments{"expire"},
-          Arguments{"expire", "--user", "u", "--app", "a"}, Arguments{"expire", "--page", "3"},
+          Arguments{"--database", ""}, Arguments{"--page", "5 "}, Arguments{"--max-body", "-1"}, Arguments{"serve"},
+          Arguments{"expire"}, Arguments{"expire", "--user", "u", "--app", "a"}, Arguments{"expire", "--page", "3"},
           Arguments{"reset-password"}, Arguments{"reset-password", "--user", "u", "--app", "a"}}) {
         const auto options = Options::parse(arguments);
         EXPECT_FALSE(options) << arguments[0];

@@ -43,13 +43,20 @@ TEST_F(RouterTest, pathsAndMethods) {
 
 TEST_F(RouterTest, everyCallButSignUpNeedsTheUser) {
     const std::vector<std::pair<std::string, std::string>> calls{
-        {"DELETE", "/users/sign_out.json"},      {"GET", "/transactions/verify.json"},
-        {"POST", "/transactions/rollback.json"}, {"GET", "/client/v1.5/app/A/lock.json"},
-        {"GET", "/client/app/A/unlock.json"},    {"POST", "/users/1/transactions.json"},
-        {"GET", "/users/1/batchdownload.json"},  {"POST", "/client_apps/app/schema.json"},
-        {"POST", "/users/1/known_objects/sync.json"}, {"POST", "/users/change_password.json"},
-        {"DELETE", "/users/account.json"}, {"DELETE", "/client_apps/app/users/u@example.org/delete_all_data.json"},
-        {"POST", "/clientinfo.json"}, {"GET", "/clientinfo.json"},
+        {"DELETE", "/users/sign_out.json"},
+        {"GET", "/transactions/verify.json"},
+        {"POST", "/transactions/rollback.json"},
+        {"GET", "/client/v1.5/app/A/lock.json"},
+        {"GET", "/client/app/A/unlock.json"},
+        {"POST", "/users/1/transactions.json"},
+        {"GET", "/users/1/batchdownload.json"},
+        {"POST", "/client_apps/app/schema.json"},
+        {"POST", "/users/1/known_objects/sync.json"},
+        {"POST", "/users/change_password.json"},
+        {"DELETE", "/users/account.json"},
+        {"DELETE", "/client_apps/app/users/u@example.org/delete_all_data.json"},
+        {"POST", "/clientinfo.json"},
+        {"GET", "/clientinfo.json"},
     };
     for (const auto& [method, target] : calls) {
         for (const std::string& authorization : {std::string(), std::string("Basic"), std::string("Basic !!!"),
