@@ -122,7 +122,8 @@ std::size_t Transfer::bytesWanted(char* room, std::size_t, std::size_t size, voi
 
 int Transfer::rewound(void* self, curl_off_t offset, int origin) {
     auto& reader = static_cast<Transfer*>(self)->m_bodyReader;
-    return origin == SEEK_SET && offset >= 0 && reader.seek(static_cast<std::uint64_t>(offset)) ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+    const bool found = origin == SEEK_SET && offset >= 0 && reader.seek(static_cast<std::uint64_t>(offset));
+    return found ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
 }
 
 int Transfer::progressed(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {

@@ -14,7 +14,6 @@ namespace velkor::NS::detail {
 namespace {
 
 constexpr long mostRedirects = 16;
-constexpr long receiveBuffer = 128 << 10;  // bytes; libcurl's own choice of 16 KiB slows large downloads down
 constexpr std::size_t longestBodyPutTogether = 64 << 10;
 constexpr double usualTimeout = 60;  // seconds
 constexpr double mostTimeout = 1e6;
@@ -91,7 +90,6 @@ std::optional<Error> Transfer::configure() {
     set(CURLOPT_HEADERDATA, this);
     set(CURLOPT_WRITEFUNCTION, &Transfer::bytesCame);
     set(CURLOPT_WRITEDATA, this);
-    set(CURLOPT_BUFFERSIZE, receiveBuffer);
     configureBody();
     if (!configureHeaders()) return transferError(URLError::unknown, "A header of the request is not valid");
     if (m_optionResult != CURLE_OK) return transferError(URLError::badURL, curl_easy_strerror(m_optionResult));
