@@ -29,18 +29,19 @@ struct FormFrame {
 FormFrame frameWithFields(const NS::Dictionary& fields) {
     FormFrame frame;
     for (const auto& [name, value] : fields) {
-        frame.opening +=
-            NS::format("--%@\r\nContent-Disposition: form-data; name=\"%@\"\r\n\r\n%@\r\n", boundary, name, value);
+        frame.opening += NS::format("--%@\r\nContent-Disposition: form-data; name=\"%@\"\r\n\r\n%@\r\n", boundary, name, value);
     }
-    frame.opening += NS::format("--%@\r\nContent-Disposition: form-data; name=\"%@\"; filename=\"%@\"\r\nContent-Type: %@\r\n\r\n",
-                                boundary, "file", "filename", "application/octet-stream");
+    frame.opening +=
+        NS::format("--%@\r\nContent-Disposition: form-data; name=\"%@\"; filename=\"%@\"\r\nContent-Type: %@\r\n\r\n", boundary,
+                   "file", "filename", "application/octet-stream");
     frame.closing = NS::format("\r\n--%@--", boundary);
     return frame;
 }
 
 FormFrame plainFrame(const std::optional<std::string>& guid) {
-    return {NS::format("Content-Disposition: form-data; name=\"%@\"; filename=\"%@.png\"; guid=\"%@\"\r\n\r\n", "upload", guid, guid),
-            NS::format("\r\n--%@--\r\n", boundary)};
+    return {
+        NS::format("Content-Disposition: form-data; name=\"%@\"; filename=\"%@.png\"; guid=\"%@\"\r\n\r\n", "upload", guid, guid),
+        NS::format("\r\n--%@--\r\n", boundary)};
 }
 
 std::optional<std::string> textOfAnswer(const NS::Data& data) {

@@ -30,8 +30,8 @@ public:
 };
 
 /// Posts bytes as a multipart form. Starts and ends on one thread, whose run loop must run: blocks, delegate and the progress
-/// notifications (VLKDataUploaderDidUploadData, one for each written chunk) come there. Its owner keeps it alive until a block has
-/// been called; letting go of it cancels the upload, and no block is called. An answer below 400 is a success, any other one
+/// notifications (VLKDataUploaderDidUploadData, one for each written chunk) come there. Its owner keeps it alive until a block
+/// has been called; letting go of it cancels the upload, and no block is called. An answer below 400 is a success, any other one
 /// a failure of the library's error domain with the status as code; a failure is told once, and nothing is tried again. A new
 /// `start()` drops what belonged to the earlier one.
 class VELKOR_EXPORT VLKDataUploader : public NS::Object, public NS::URLConnectionDelegate {
@@ -101,7 +101,7 @@ private:
     FailureBlock m_failureBlock;
 
     std::shared_ptr<NS::URLConnection> m_connection;
-    std::shared_ptr<NS::URLConnection> m_refused;  // the connection whose answer is still coming after its status was told as a failure
+    std::shared_ptr<NS::URLConnection> m_refused;  // its failure was told; the rest of its answer is still to come
     NS::Data m_data;
     std::int64_t m_bytesToUpload = 0;
     std::int64_t m_bytesUploaded = 0;

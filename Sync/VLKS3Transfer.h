@@ -35,7 +35,7 @@ public:
 
     /// Any thread. Started again, also from its own blocks, a transfer drops what belonged to the earlier start.
     void start();
-    /// Stops the transfer: no block is called any more. Any thread; on the main thread at once, from another one in its next turn.
+    /// Stops the transfer: no block is called any more. On the main thread at once, from another thread in its next turn.
     void cancel();
 
     /// The sync service's base URL.
@@ -79,7 +79,7 @@ protected:
     NS::MutableURLRequest presigningRequest(std::string_view endpointURL) const;
     /// Sends a request to the service.
     void send(NS::URLRequest request, AnswerBlock completed, FailureBlock failed);
-    /// Asks an endpoint for a presigned URL and has the exchange with the store done; a failure of the service is logged in the format.
+    /// Asks an endpoint for a presigned URL and has the exchange with the store done; the service's failure is logged so.
     void fetch(std::string_view endpoint, const Fetching& make, std::string_view failureFormat, BytesBlock completed);
     /// Keeps the exchange with the blob store alive until the end of the transfer.
     void keep(std::shared_ptr<NS::Object> exchange) noexcept { m_exchange = std::move(exchange); }

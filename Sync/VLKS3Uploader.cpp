@@ -31,17 +31,16 @@ void VLKS3Uploader::upload(const NS::Dictionary& answer) {
         m_isStored = true;
         confirmWhenReady();
     })));
-    uploader->setFailureBlock(whileCurrent(FailureBlock([this](const NS::Error& error) {
-        failWithMessage("Error verifying blob upload for %@ - %@: %@", error);
-    })));
+    uploader->setFailureBlock(whileCurrent(
+        FailureBlock([this](const NS::Error& error) { failWithMessage("Error verifying blob upload for %@ - %@: %@", error); })));
     VLKLog::sharedInstance().logMessageAtLevel(300, "Uploading blob for: %@ - %@", guid(), colname());
     keep(uploader);
     computeHash();
     uploader->start();
 }
 
-// A large blob's digest takes a while: off the main thread, while the bytes travel. The last owner lets go of the uploader on the main
-// thread all the same.
+// A large blob's digest takes a while: off the main thread, while the bytes travel. The last owner lets go of the uploader on
+// the main thread all the same.
 void VLKS3Uploader::computeHash() {
     m_hash.reset();
     m_isStored = false;

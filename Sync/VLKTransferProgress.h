@@ -5,8 +5,8 @@
 
 namespace velkor {
 
-/// Posted on the default notification centre for each chunk that an upload has written: the VLKDataUploader is the sender, the user
-/// info holds VLKBytesUploaded and VLKTotalBytes. On the thread that started the upload.
+/// Posted on the default notification centre for each chunk that an upload has written: the VLKDataUploader is the sender, the
+/// user info holds VLKBytesUploaded and VLKTotalBytes. On the thread that started the upload.
 inline constexpr std::string_view VLKDataUploaderDidUploadData = "VLKDataUploaderDidUploadData";
 /// The same for each chunk that a VLKDataDownloader has received, with VLKBytesDownloaded and VLKTotalBytes.
 inline constexpr std::string_view VLKDataDownloaderDidDownloadData = "VLKDataDownloaderDidDownloadData";

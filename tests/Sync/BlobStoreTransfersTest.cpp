@@ -34,7 +34,8 @@ protected:
         presign("read.json");
         presign("delete.json");
         answer("wrote.json", FakeAnswer::json(R"({"stored":true})"));
-        service.script("", "/client_apps/settle", {FakeAnswer::json(NS::format("{\"url\":\"%@/client_apps/settle\"}", service.url()))});
+        service.script("", "/client_apps/settle",
+                       {FakeAnswer::json(NS::format("{\"url\":\"%@/client_apps/settle\"}", service.url()))});
         service.script("GET", "/store", {FakeAnswer::text("blob")});
         service.script("POST", "/store", {FakeAnswer::text("", 204)});
         service.script("DELETE", "/store", {FakeAnswer::text("deleted")});
@@ -66,8 +67,8 @@ protected:
         return made;
     }
     std::shared_ptr<VLKS3Uploader> uploader(std::string_view bytes = "blob") {
-        const auto made = prepared(
-            std::make_shared<VLKS3Uploader>(service.url(), vlk_blobStoreURL(), "org.example.Notes", "G-1", "picture"));
+        const auto made =
+            prepared(std::make_shared<VLKS3Uploader>(service.url(), vlk_blobStoreURL(), "org.example.Notes", "G-1", "picture"));
         made->setData(NS::Data::copyOf(bytes));
         return made;
     }
@@ -98,6 +99,9 @@ protected:
         last->setCompletionBlock([&](const NS::Data&) { done = true; });
         last->start();
         NS::RunLoop::main().runUntil([&] { return done; }, FakeService::patience);
+    }
+    static bool awaitEndOf(const std::weak_ptr<VLKS3Transfer>& transfer) {
+        return NS::RunLoop::main().runUntil([&] { return transfer.expired(); }, FakeService::patience);
     }
     /// The requests so far as "METHOD target", without those of settle.
     std::vector<std::string> traffic() const {
@@ -184,8 +188,8 @@ TEST_F(BlobStoreTransfersTest, downloadsAndDeletionsTakeTwoSteps) {
         EXPECT_THAT(run(*deletion), ElementsAre("done"));
         EXPECT_EQ(lastAnswer, NS::Value(NS::Data::copyOf("deleted")));
     }
-    EXPECT_THAT(traffic(), ElementsAre("GET read.json", "GET store", "GET delete.json", "DELETE store", "GET delete.json",
-                                       "DELETE store"));
+    EXPECT_THAT(traffic(),
+                ElementsAre("GET read.json", "GET store", "GET delete.json", "DELETE store", "GET delete.json", "DELETE store"));
 }
 
 TEST_F(BlobStoreTransfersTest, theFailureOfAnyStepEndsTheTransfer) {
@@ -203,19 +207,45 @@ TEST_F(BlobStoreTransfersTest, theFailureOfAnyStepEndsTheTransfer) {
         {"unauthorised", upload, "write.json", FakeAnswer::json("{}", 401), {NS::NetworkErrorDomain, 401}, {"GET write.json"}},
         {"created", upload, "write.json", FakeAnswer::json("{}", 201), {NS::NetworkErrorDomain, 201}, {"GET write.json"}},
         {"no JSON", upload, "write.json", FakeAnswer::notJson(), {"CJSONScannerErrorDomain", -1}, {"GET write.json"}},
-        {"no URL", upload, "write.json", FakeAnswer::json("{}"), {NS::NetworkErrorDomain, NS::URLError::badURL}, {"GET write.json"}},
-        {"a URL that is none", upload, "write.json", FakeAnswer::json(R"({"url":7,"signature":[]})"),
-         {NS::NetworkErrorDomain, NS::URLError::badURL}, {"GET write.json"}},
+        {"no URL",
+         upload,
+         "write.json",
+         FakeAnswer::json("{}"),
+         {NS::NetworkErrorDomain, NS::URLError::badURL},
+         {"GET write.json"}},
+        {"a URL that is none",
+         upload,
+         "write.json",
+         FakeAnswer::json(R"({"url":7,"signature":[]})"),
+         {NS::NetworkErrorDomain, NS::URLError::badURL},
+         {"GET write.json"}},
         {"store", upload, "/store", FakeAnswer::text("", 500), {NS::VelkorErrorDomain, 500}, {"GET write.json", "POST store"}},
-        {"lost store", upload, "/store", FakeAnswer::text("").withoutLength().cutOff(0),
-         {NS::NetworkErrorDomain, NS::URLError::connectionLost}, {"GET write.json", "POST store"}},
-        {"unconfirmed", upload, "wrote.json", FakeAnswer::json("{}", 409), {NS::NetworkErrorDomain, 409},
+        {"lost store",
+         upload,
+         "/store",
+         FakeAnswer::text("").withoutLength().cutOff(0),
+         {NS::NetworkErrorDomain, NS::URLError::connectionLost},
+         {"GET write.json", "POST store"}},
+        {"unconfirmed",
+         upload,
+         "wrote.json",
+         FakeAnswer::json("{}", 409),
+         {NS::NetworkErrorDomain, 409},
          {"GET write.json", "POST store", "POST wrote.json"}},
         {"unreadable", download, "read.json", FakeAnswer::json("{}", 403), {NS::NetworkErrorDomain, 403}, {"GET read.json"}},
-        {"no download URL", download, "read.json", FakeAnswer::json("{}"), {NS::NetworkErrorDomain, NS::URLError::badURL},
+        {"no download URL",
+         download,
+         "read.json",
+         FakeAnswer::json("{}"),
+         {NS::NetworkErrorDomain, NS::URLError::badURL},
          {"GET read.json"}},
         {"missing key", download, "/store", FakeAnswer::text("<Error/>", 404), {"Error", 404}, {"GET read.json", "GET store"}},
-        {"not to be deleted", deletion, "delete.json", FakeAnswer::json("{}", 403), {NS::NetworkErrorDomain, 403}, {"GET delete.json"}},
+        {"not to be deleted",
+         deletion,
+         "delete.json",
+         FakeAnswer::json("{}", 403),
+         {NS::NetworkErrorDomain, 403},
+         {"GET delete.json"}},
         {"refused deletion", deletion, "/store", FakeAnswer::text("", 403), {"Error", 403}, {"GET delete.json", "DELETE store"}},
     };
     for (const auto& [name, make, endpoint, refusal, error, expected] : cases) {
@@ -253,8 +283,8 @@ TEST_F(BlobStoreTransfersTest, anUploadWithoutSignatureTakesThePlainForm) {
 }
 
 TEST_F(BlobStoreTransfersTest, aTransferKeepsItselfAliveUntilItsEnd) {
-    const std::function<std::shared_ptr<VLKS3Transfer>()> kinds[] = {[this] { return uploader(); }, [this] { return downloader(); },
-                                                                     [this] { return deleter(); }};
+    const std::function<std::shared_ptr<VLKS3Transfer>()> kinds[] = {
+        [this] { return uploader(); }, [this] { return downloader(); }, [this] { return deleter(); }};
     for (const bool fails : {false, true}) {
         if (fails) service.script("", "/store", {FakeAnswer::text("", 500)});
         for (const auto& make : kinds) {
@@ -265,7 +295,7 @@ TEST_F(BlobStoreTransfersTest, aTransferKeepsItselfAliveUntilItsEnd) {
                 transfer->start();
             }
             EXPECT_EQ(awaitNotes(1).size(), 1U);
-            EXPECT_TRUE(watch.expired());
+            EXPECT_TRUE(awaitEndOf(watch));
         }
     }
 }
@@ -274,9 +304,11 @@ TEST_F(BlobStoreTransfersTest, aCancelledTransferIsSilentAtEveryStep) {
     const std::function<std::shared_ptr<VLKS3Transfer>()> upload = [this] { return uploader(); };
     const std::function<std::shared_ptr<VLKS3Transfer>()> download = [this] { return downloader(); };
     for (const bool elsewhere : {false, true}) {
-        for (const auto& [make, place] : {std::pair(upload, std::string(endpoints) + "write.json"), {upload, "/store"},
+        for (const auto& [make, place] : {std::pair(upload, std::string(endpoints) + "write.json"),
+                                          {upload, "/store"},
                                           {upload, std::string(endpoints) + "wrote.json"},
-                                          {download, std::string(endpoints) + "read.json"}, {download, "/store"}}) {
+                                          {download, std::string(endpoints) + "read.json"},
+                                          {download, "/store"}}) {
             service.script("", place, {FakeAnswer::json("{}").heldUntilReleased(), FakeAnswer::json("{}")});
             auto transfer = make();
             const std::weak_ptr<VLKS3Transfer> watch = transfer;
@@ -291,7 +323,7 @@ TEST_F(BlobStoreTransfersTest, aCancelledTransferIsSilentAtEveryStep) {
             transfer.reset();
             service.release();
             EXPECT_THAT(awaitNotes(0), IsEmpty()) << place;
-            EXPECT_TRUE(watch.expired()) << place;
+            EXPECT_TRUE(awaitEndOf(watch)) << place;
             presign("write.json", R"(,"signature":{})");
             presign("read.json");
             service.script("", "/store", {FakeAnswer::text("blob")});

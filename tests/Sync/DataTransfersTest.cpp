@@ -88,7 +88,8 @@ TEST_F(DataTransfersTest, theFormIsBuiltByteForByte) {
         std::string body;
     } cases[] = {
         {NS::Dictionary{{"key", "v"}}, "G", bytes,
-         "--0xKhTmLbOuNdArY\r\nContent-Disposition: form-data; name=\"key\"\r\n\r\nv\r\n" + file + bytes + "\r\n--0xKhTmLbOuNdArY--"},
+         "--0xKhTmLbOuNdArY\r\nContent-Disposition: form-data; name=\"key\"\r\n\r\nv\r\n" + file + bytes +
+             "\r\n--0xKhTmLbOuNdArY--"},
         {NS::Dictionary{{"b", "2\"&ä"}, {"a", ""}}, std::nullopt, "",
          "--0xKhTmLbOuNdArY\r\nContent-Disposition: form-data; name=\"b\"\r\n\r\n2\"&ä\r\n"
          "--0xKhTmLbOuNdArY\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\n\r\n" +
@@ -207,7 +208,8 @@ TEST_F(DataTransfersTest, everyChunkOfAnUploadIsAnnounced) {
     NS::NotificationCenter::defaultCenter().removeObserver(token);
     const auto entries = log.entries();
     std::vector<std::string> steps;
-    std::copy_if(entries.begin(), entries.end(), std::back_inserter(steps), [](auto& entry) { return entry.starts_with("Wrote"); });
+    std::copy_if(entries.begin(), entries.end(), std::back_inserter(steps),
+                 [](auto& entry) { return entry.starts_with("Wrote"); });
     EXPECT_THAT(steps, ElementsAre("Wrote blob data: 1MB of 2 MB", "Wrote blob data: 2MB of 2 MB"));
     EXPECT_GT(written.size(), 3U);
     EXPECT_TRUE(std::is_sorted(written.begin(), written.end()));
@@ -219,7 +221,8 @@ TEST_F(DataTransfersTest, aDownloadHandsOnTheBytesOfA2xxAnswer) {
     std::vector<std::pair<std::int64_t, std::int64_t>> steps;
     const auto token = NS::NotificationCenter::defaultCenter().addObserver(
         VLKDataDownloaderDidDownloadData, nullptr, nullptr, [&](const NS::Notification& progress) {
-            steps.emplace_back(*progress.userInfo["VLKBytesDownloaded"].asInteger(), *progress.userInfo["VLKTotalBytes"].asInteger());
+            steps.emplace_back(*progress.userInfo["VLKBytesDownloaded"].asInteger(),
+                               *progress.userInfo["VLKTotalBytes"].asInteger());
         });
     for (const bool announced : {true, false}) {
         steps.clear();
