@@ -17,7 +17,8 @@
 /// Listens on a free loopback port until the process ends, with a thread a connection.
 class CannedServer {
 public:
-    /// Finds the whole answer for a request, given its head; called on the connections' threads. The bytes stay with the answerer.
+    /// Finds the whole answer for a request, given its head; called on the connections' threads. The bytes stay with the
+    /// answerer.
     using Answerer = std::function<std::string_view(std::string_view head)>;
 
     explicit CannedServer(Answerer answerer) : m_answerer(std::move(answerer)) {
@@ -37,8 +38,8 @@ public:
     }
 
     static std::string answerWith(std::string_view body) {
-        return "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
-               std::string(body);
+        return "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+               "\r\n\r\n" + std::string(body);
     }
 
     std::string url;
@@ -64,8 +65,7 @@ private:
             const std::string_view answer = m_answerer(std::string_view(head).substr(0, end));
             head.clear();
             for (std::size_t sent = 0; sent < answer.size(); sent += static_cast<std::size_t>(got)) {
-                if ((got = send(peer, answer.data() + sent, answer.size() - sent, MSG_NOSIGNAL)) <= 0)
-                    return void(close(peer));
+                if ((got = send(peer, answer.data() + sent, answer.size() - sent, MSG_NOSIGNAL)) <= 0) return void(close(peer));
             }
         }
     }

@@ -38,7 +38,8 @@ public:
 private:
     Store() : m_server([this](std::string_view head) { return answerTo(head.substr(0, head.find("\r\n"))); }) {
         for (auto* blob : {&m_large, &m_small}) {
-            blob->presigned = CannedServer::answerWith(R"({"url":")" + blobURL(blob->size) + R"(","signature":{"key":"bench/G"}})");
+            blob->presigned =
+                CannedServer::answerWith(R"({"url":")" + blobURL(blob->size) + R"(","signature":{"key":"bench/G"}})");
             blob->bytes = CannedServer::answerWith(std::string(blob->size, 'x'));
         }
     }

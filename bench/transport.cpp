@@ -18,7 +18,8 @@ namespace {
 
 CannedServer& serverFor(std::size_t size) {
     const auto serverWith = [](std::size_t length) {
-        return new CannedServer([answer = CannedServer::answerWith(std::string(length, 'x'))](auto) { return std::string_view(answer); });
+        return new CannedServer(
+            [answer = CannedServer::answerWith(std::string(length, 'x'))](auto) { return std::string_view(answer); });
     };
     static auto* small = serverWith(200);
     static auto* large = serverWith(64 << 20);
