@@ -117,13 +117,27 @@ int TransferLoop::socketChanged(CURL*, curl_socket_t socket, int what, void* sel
 
 int TransferLoop::timeChanged(CURLM*, long milliseconds, void* self) {
     auto& loop = *static_cast<TransferLoop*>(self);
-    if (milliseconds < 0) {
+    loop.m_isDue = milliseconds == 0;
+    if (milliseconds <= 0) {
         uv_timer_stop(loop.m_timer);
+        if (loop.m_isDue) loop.announceDue();
     } else {
         uv_update_time(loop.m_core.uvLoop());
         uv_timer_start(loop.m_timer, &TransferLoop::timeReached, static_cast<std::uint64_t>(milliseconds), 0);
     }
     return 0;
+}
+
+/// What is due at once waits for the ready list: a timer of libuv would run again and again in one turn, and a fast answer would
+/// come whole before any of it is told.
+void TransferLoop::announceDue() {
+    if (std::exchange(m_dueIsAnnounced, true)) return;
+    m_core.addReady([weak = std::weak_ptr(m_core.transfers)] {
+        const auto loop = weak.lock();
+        if (!loop) return;
+        loop->m_dueIsAnnounced = false;
+        if (std::exchange(loop->m_isDue, false)) loop->act(CURL_SOCKET_TIMEOUT, 0);
+    });
 }
 
 /// Lets the idle timer fire at this time, unless it does so earlier.

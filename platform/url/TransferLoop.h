@@ -43,6 +43,7 @@ private:
     static void socketReady(uv_poll_t* poll, int status, int events);
     static void timeReached(uv_timer_t* timer);
     static void idleTimeReached(uv_timer_t* timer);
+    void announceDue();
     void startIdleTimer(std::uint64_t deadline);
     void act(curl_socket_t socket, int events);
     void end(Transfer& transfer, CURL* handle, CURLcode result);
@@ -53,6 +54,8 @@ private:
     // libuv wants them until they are closed.
     uv_timer_t* m_timer;
     uv_timer_t* m_idleTimer;  // runs while a transfer does
+    bool m_isDue = false;  // libcurl wants to act at once
+    bool m_dueIsAnnounced = false;
     std::unordered_set<Transfer*> m_running;
     std::vector<CurlEasy> m_spareHandles;
 };

@@ -277,6 +277,21 @@ TEST_F(URLConnectionTest, ABodyInPartsGoesUpAsOne) {
     EXPECT_EQ(sharing.httpBody().view(), "s");
 }
 
+TEST_F(URLConnectionTest, AFastAnswerIsHandedOnInSteps) {
+    service.script("", "/", {FakeAnswer::text(std::string(60'000'000, 'f'))});
+    ConnectionRecorder recorder;
+    std::size_t told = 0;
+    std::size_t longest = 0;
+    recorder.onData = [&](URLConnection&) {
+        longest = std::max(longest, recorder.body.size() - std::exchange(told, recorder.body.size()));
+    };
+    URLConnection connection(URLRequest(url()), &recorder);
+    connection.start();
+    ASSERT_TRUE(runUntil([&] { return recorder.ends > 0; }));
+    EXPECT_EQ(recorder.body.size(), 60'000'000U);
+    EXPECT_LT(longest, 10'000'000U);
+}
+
 TEST_F(URLConnectionTest, ALongAnswerIsRefused) {
     service.script("", "/announced", {FakeAnswer::text("0123456789")});
     service.script("", "/chunked", {FakeAnswer::text("0123456789").withoutLength()});
