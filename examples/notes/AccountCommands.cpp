@@ -101,6 +101,12 @@ void deleteData(Installation& installation, const Arguments&) {
             "delete-data");
 }
 
+void deleteBlobs(Installation& installation, const Arguments&) {
+    installation.useAccount();
+    waitFor([&](VLKResultCallback done) { installation.controller().deleteAllBlobsFromServerWithCallback(std::move(done)); },
+            "delete-blobs");
+}
+
 void rollBack(Installation& installation, const Arguments&) {
     installation.useAccount();
     waitFor([&](VLKResultCallback done) { installation.controller().rollbackWithCompletionHandler(std::move(done)); },
@@ -145,6 +151,7 @@ std::vector<Command> accountCommands() {
         {"reset-password", "EMAIL", "asks the service for a password reset", {}, 1, 1, resetPassword},
         {"delete-account", "", "deletes the account at the service and forgets it here", {}, 0, 0, deleteAccount},
         {"delete-data", "", "deletes everything that the service holds of this account", {}, 0, 0, deleteData},
+        {"delete-blobs", "", "deletes the contents of all attachments from the service", {}, 0, 0, deleteBlobs},
         {"rollback", "", "takes back what this installation sent last", {}, 0, 0, rollBack},
         {"register", "KEY=VALUE...", "tells the service about this installation", {}, 1, anyNumber, registerClient},
         {"clients", "", "prints what the account's installations told the service, as JSON", {}, 0, 0, listClients},

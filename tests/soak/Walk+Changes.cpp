@@ -126,7 +126,7 @@ void Walk::killChange() {
     const bool done = killed && killed->text("body") == body;
     bool attached = false;
     for (const auto& [key, object] : dump.objects()) attached |= object.text("fileName") == file.name;
-    note("host" + std::to_string(number) + " killed in " + arguments[0] + " " + guid + " " + body +
+    record("host" + std::to_string(number) + " killed in " + arguments[0] + " " + guid + " " + body +
          (done ? ": done" : ": not done"));
     if (attached != done) throw Failure{"a killed command was done by halves"};
     if (!done) return;

@@ -45,7 +45,7 @@ Walk::SyncResult Walk::sync(HostNumber number, const std::string& url) {
     const test::Host& syncing = host(number);
     const std::vector<std::string> arguments{"--json", "sync"};
     SyncResult result = resultOf(url.empty() ? syncing.run(arguments) : test::Host(syncing.directory(), url).run(arguments));
-    note("host" + std::to_string(number) + " sync: " + result.told);
+    record("host" + std::to_string(number) + " sync: " + result.told);
     return result;
 }
 
@@ -60,7 +60,7 @@ void Walk::killSync() {
     const HostNumber number = pickHost();
     auto program = host(number).start({"sync"});
     waitRandomly(syncWithin);
-    note("host" + std::to_string(number) + " killed while it syncs");
+    record("host" + std::to_string(number) + " killed while it syncs");
     program->signal(SIGKILL);
     program->wait();
 }
@@ -69,12 +69,12 @@ void Walk::syncWithFault() {
     const auto fault = static_cast<Fault>(pick(faultCount));
     const std::size_t request = pick(requestsOfSync);
     const FaultyService faulty(m_service->url(), request, fault);
-    note("fault " + std::to_string(static_cast<int>(fault)) + " at request " + std::to_string(request));
+    record("fault " + std::to_string(static_cast<int>(fault)) + " at request " + std::to_string(request));
     sync(pickHost(), faulty.url());
 }
 
 void Walk::restartService() {
-    note("service restarts");
+    record("service restarts");
     m_service->restart();
 }
 
@@ -84,7 +84,7 @@ void Walk::killServiceInSync() {
     waitRandomly(syncWithin);
     m_service->program().signal(SIGKILL);
     m_service->restart();
-    note("service killed while host" + std::to_string(number) + " syncs: " + resultOf(program->wait()).told);
+    record("service killed while host" + std::to_string(number) + " syncs: " + resultOf(program->wait()).told);
 }
 
 void Walk::outliveLease() {
@@ -92,11 +92,11 @@ void Walk::outliveLease() {
     auto program = host(sleeper).start({"--json", "sync"});
     waitRandomly(syncWithin);
     program->signal(SIGSTOP);
-    note("host" + std::to_string(sleeper) + " sleeps while it syncs");
+    record("host" + std::to_string(sleeper) + " sleeps while it syncs");
     std::this_thread::sleep_for(leaseEnds);
     sync(other);
     program->signal(SIGCONT);
-    note("host" + std::to_string(sleeper) + " wakes up: " + resultOf(program->wait()).told);
+    record("host" + std::to_string(sleeper) + " wakes up: " + resultOf(program->wait()).told);
 }
 
 void Walk::expireNote() {
@@ -104,7 +104,7 @@ void Walk::expireNote() {
     const std::string guid = pickFrom(m_notes);
     const test::Outcome outcome = test::run("velkord", {"expire", "--user", "walker@example.org", "--app", "org.velkor.notes",
                                                         "--guid", guid, "--data", m_directory / "service"});
-    note("service expires " + guid + (outcome.status == 0 ? "" : ": " + outcome.err));
+    record("service expires " + guid + (outcome.status == 0 ? "" : ": " + outcome.err));
     if (outcome.status == 0) m_expectations.exempt(guid);
 }
 
@@ -131,7 +131,7 @@ void Walk::syncToRest() {
 }
 
 void Walk::rest() {
-    note("all sync to rest");
+    record("all sync to rest");
     syncToRest();
     checkStores();
 }

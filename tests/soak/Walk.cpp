@@ -75,7 +75,7 @@ bool Walk::change(HostNumber number, const std::vector<std::string>& arguments) 
     const test::Outcome outcome = host(number).run(arguments);
     std::string line = "host" + std::to_string(number);
     for (const std::string& argument : arguments) line += " " + argument;
-    note(line + (outcome.status == 0 ? "" : ": " + outcome.err.substr(0, outcome.err.find('\n'))));
+    record(line + (outcome.status == 0 ? "" : ": " + outcome.err.substr(0, outcome.err.find('\n'))));
     if (outcome.status == 0) return true;
     if (outcome.status == 1 && outcome.err.find("velkor-notes: there is no ") != std::string::npos) return false;
     throw Failure{line + " ended with status " + std::to_string(outcome.status) + ": " + outcome.err};

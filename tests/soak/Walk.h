@@ -82,7 +82,7 @@ private:
     const std::string& pickFrom(const std::vector<std::string>& list) { return list[pick(list.size())]; }
     std::string fresh(const std::string& prefix) { return prefix + std::to_string(++m_count); }
     const test::Host& host(HostNumber number) const { return *m_hosts[number]; }
-    void note(const std::string& line) { m_log.push_back(std::to_string(m_step) + " " + line); }
+    void record(const std::string& line) { m_log.push_back(std::to_string(m_step) + " " + line); }
     /// Runs a command that must succeed, or fail because the object is not (or no longer) on that host: then false.
     bool change(HostNumber host, const std::vector<std::string>& arguments);
     StoreDump dumpOf(HostNumber host) const;

@@ -1,5 +1,5 @@
-// compare-trees INPUT EXPORT [--except PATH]...: whether EXPORT holds every text file of INPUT, byte for byte, and nothing else. Its
-// walk and its idea of a text are its own, so that it can judge the program that wrote EXPORT.
+// compare-trees INPUT EXPORT [--except PATH]...: whether EXPORT holds every file of INPUT, byte for byte, and nothing else. Its walk
+// is its own, so that it can judge the program that wrote EXPORT.
 #include <iconv.h>
 
 #include <algorithm>
@@ -35,17 +35,15 @@ bool isUtf8(std::string text) {
     return good;
 }
 
-/// The text files below the directory, by path, with their sizes; symbolic links and files that cannot be read do not count.
-std::set<std::string> textFiles(const fs::path& root) {
+/// The paths of the files below the directory; symbolic links, names that are no UTF-8 and files that cannot be read do not count.
+std::set<std::string> filesBelow(const fs::path& root) {
     std::set<std::string> found;
     std::error_code error;
     fs::recursive_directory_iterator entry(root, fs::directory_options::skip_permission_denied, error);
     for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
         if (!entry->is_regular_file(error) || entry->is_symlink(error)) continue;
         std::string path = fs::relative(entry->path(), root).string();
-        if (!isUtf8(path)) continue;
-        std::string content = contentOf(entry->path());
-        if (content.size() <= (32u << 20) && content.find('\0') == content.npos && isUtf8(content)) found.insert(path);
+        if (isUtf8(path) && std::ifstream(entry->path())) found.insert(path);
     }
     return found;
 }
@@ -61,7 +59,7 @@ int main(int argc, char** argv) {
     std::set<std::string> excepted;
     for (int i = 3; i + 1 < argc; i += 2) excepted.insert(argv[i + 1]);
 
-    std::set<std::string> inFiles = textFiles(input), outFiles = textFiles(output);
+    std::set<std::string> inFiles = filesBelow(input), outFiles = filesBelow(output);
     std::size_t equal = 0, touched = 0, wrong = 0;
     std::uintmax_t bytes = 0;
     auto complain = [&](const char* what, const std::string& path) {
