@@ -101,6 +101,7 @@ void Installation::loadState() {
     std::error_code error;
     if (fs::exists(file, error) && !NS::dictionaryWithContentsOfFile(file).ok()) setAside(file);
     m_controller->load();
+    if (!fs::exists(file, error)) m_controller->save();  // the service knows this installation by the identifier in it
     if (!m_preferences->load()) setAside(path("preferences.json"));
 }
 
