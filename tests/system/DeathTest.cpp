@@ -90,7 +90,7 @@ protected:
 TEST_F(DeathTest, HostDiesAtEveryStepOfALocalCommand) {
     const std::vector<std::vector<std::string>> commands = {
         {"import", (directory / "tree").string()},
-        {"edit", "N1", "--title", "Changed", "--tag", "new", "--untag", "old", "--attach", directory / "tree/sub/file0"},
+        {"edit", "N1", "--title", "Changed", "--tag", "new", "--untag", "old"},
         {"rm", "N2"},
     };
     for (const auto& command : commands) {
@@ -145,7 +145,7 @@ TEST_F(DeathTest, HostDiesAtEveryStepOfASync) {
         b.must({"edit", "N2", "--title", "Edited on B"});
         b.must({"sync"});
         a.must({"add", "From A", "--guid", "A1", "--notebook", "NB"});
-        a.must({"edit", "N1", "--title", "Edited on A", "--attach", directory / "tree/sub/file1"});
+        a.must({"edit", "N1", "--title", "Edited on A"});
         a.must({"edit", "N2", "--body", "Body from A"});
     };
     fresh();
@@ -170,7 +170,7 @@ TEST_F(DeathTest, ServiceDiesAtEveryStepOfASync) {
     auto change = [this] {
         Host a(directory / "run/A", "http://127.0.0.1:1");
         a.must({"add", "From A", "--guid", "A1", "--notebook", "NB", "--tag", "old"});
-        a.must({"edit", "N1", "--title", "Edited on A", "--attach", directory / "tree/sub/file1"});
+        a.must({"edit", "N1", "--title", "Edited on A"});
         a.must({"rm", "N2"});
     };
     bool died = true;
