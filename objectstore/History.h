@@ -10,6 +10,16 @@
 
 namespace velkor::NS {
 
+/// What changes that follow one another in the history of one save have in common.
+struct HistoryHead {
+    std::int64_t first = 0;  // their sequence numbers
+    std::int64_t last = 0;
+    Date time;
+    std::string author;
+    std::string process;
+    bool marked = true;
+};
+
 /// One changed object of one save, as the persistent history keeps it.
 struct HistoryRow {
     std::int64_t sequence = 0;  // rises by at least one a row; never used twice

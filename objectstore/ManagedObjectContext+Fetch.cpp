@@ -188,4 +188,9 @@ Result<void> ManagedObjectContext::prefetchRelationship(const std::vector<std::s
     return m_state->prefetch(objects, relationship);
 }
 
+void ManagedObjectContext::forgetPreloaded() {
+    m_state->assertConfinement();
+    m_state->forgetLookups();
+}
+
 }  // namespace velkor::NS

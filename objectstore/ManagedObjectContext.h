@@ -76,6 +76,8 @@ public:
     Result<ObjectSet> preloadObjects(const EntityDescription& entity, const AttributeDescription& attribute, const Array& values);
     /// Loads the relationship's destinations of all the objects in one scan (and the destination objects in one more).
     Result<void> prefetchRelationship(const std::vector<std::shared_ptr<ManagedObject>>& objects, const RelationshipDescription& relationship);
+    /// Lets go of what the two calls above keep in memory, as the next save or merge would.
+    void forgetPreloaded();
     /// Brings these objects up to date with their rows, one fetch an entity; unsaved changes stay. Objects whose rows are gone become
     /// deleted (isDeleted) without being part of the next save.
     Result<void> refreshObjects(const std::vector<std::shared_ptr<ManagedObject>>& objects);

@@ -72,9 +72,10 @@ Result<std::int64_t> PersistentStoreCoordinator::newestHistorySequence() const {
 }
 
 Result<void> PersistentStoreCoordinator::historyAfter(std::int64_t sequence,
-                                                      const std::function<void(HistoryRow&&)>& handle) const {
+                                                      const std::function<void(HistoryRow&&)>& handle,
+                                                      const std::function<bool(const HistoryHead&)>& wanted) const {
     return m_state->withConnection([&](Connection& connection) {
-        return sqlite::readHistory(connection, *m_state->store->layout(), managedObjectModel(), sequence, handle);
+        return sqlite::readHistory(connection, managedObjectModel(), sequence, handle, wanted);
     });
 }
 

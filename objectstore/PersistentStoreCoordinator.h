@@ -64,8 +64,9 @@ public:
     /// Starts keeping history in a store that was opened without it; stays on for the file.
     Result<void> enableHistory(std::vector<std::string> keptAttributes);
     Result<std::int64_t> newestHistorySequence() const;
-    /// Rows above `sequence`, oldest first, handed out one by one.
-    Result<void> historyAfter(std::int64_t sequence, const std::function<void(HistoryRow&&)>& handle) const;
+    /// Rows above `sequence`, oldest first, handed out one by one; `wanted` is asked first about rows that belong together, so that
+    /// others need not be read.
+    Result<void> historyAfter(std::int64_t sequence, const std::function<void(HistoryRow&&)>& handle, const std::function<bool(const HistoryHead&)>& wanted = {}) const;
     /// Removes rows up to and including `sequence`.
     Result<void> purgeHistory(std::int64_t sequence);
     /// The flag that history rows of this process carry from now on (HistoryRow::marked); true at opening.

@@ -153,8 +153,7 @@ Result<void> SaveOperation::writeLinks(StoreSession& session, ManagedObject& obj
 Result<void> SaveOperation::record(StoreSession& session) {
     m_record = std::make_shared<ChangeRecord>();
     m_record->time = Date::now();
-    m_history.time = m_record->time;
-    m_history.author = m_context.author;
+    m_stamp = {m_record->time, m_context.author};
     for (const ObjectRef& object : m_context.changes.inserted()) {
         if (!object) continue;
         if (auto recorded = recordChange(session, *object, ChangeKind::inserted); !recorded) return recorded;
@@ -178,21 +177,9 @@ Result<void> SaveOperation::record(StoreSession& session) {
 Result<void> SaveOperation::recordChange(StoreSession& session, ManagedObject& object, ChangeKind kind) {
     ObjectState& state = stateOf(object);
     const RowKey key = m_context.registry.permanentKey(state.key);
-    std::int64_t sequence = 0;
-    if (session.keepsHistory()) {
-        m_history.entityName = object.entity().name();
-        m_history.key = key;
-        m_history.kind = kind;
-        m_history.kept.clear();
-        for (const std::string& name : session.historyKeptAttributes()) {
-            const AttributeDescription* attribute = object.entity().attributeNamed(name);
-            if (attribute && state.values()[attribute->index]) m_history.kept.set(name, state.values()[attribute->index]);
-        }
-        auto appended = session.appendHistory(m_history);
-        if (!appended) return appended.error();
-        sequence = appended.value();
-    }
-    m_record->changes.push_back({&object.entity(), key, kind, sequence});
+    auto sequence = session.appendHistory(m_stamp, object.entity(), key, kind, state.values());
+    if (!sequence) return sequence.error();
+    m_record->changes.push_back({&object.entity(), key, kind, sequence.value()});
     return {};
 }
 

@@ -102,7 +102,7 @@ private:
     std::vector<RowRef> m_rewritten;        // rows that were written beside the objects' own
     std::vector<Value> m_resolved;          // see rowValues
     std::vector<Value> m_noValues;          // a row of nothing
-    HistoryRow m_history;                   // used again for each row
+    SaveStamp m_stamp;
     std::shared_ptr<ChangeRecord> m_record;
     ChangeTracker::Lists m_lists;  // after the commit
 };

@@ -10,6 +10,7 @@
 #include "objectstore/ChangeRecord.h"
 #include "objectstore/FetchRequest.h"
 #include "objectstore/History.h"
+#include "platform/base/Date.h"
 #include "platform/base/Result.h"
 
 namespace velkor::NS {
@@ -24,6 +25,12 @@ struct StoredRow {
     RowKey key = 0;
     std::int64_t version = 0;
     std::vector<Value> values;
+};
+
+/// What the history says of every change of a save.
+struct SaveStamp {
+    Date time;
+    std::string author;
 };
 
 enum class WriteOutcome { written, changedSince, missing };
@@ -53,10 +60,9 @@ public:
     /// A link of a many-to-many relationship (either side names it); existing and missing links are no error.
     virtual Result<void> link(const RelationshipDescription& relationship, RowKey owner, RowKey destination) = 0;
     virtual Result<void> unlink(const RelationshipDescription& relationship, RowKey owner, RowKey destination) = 0;
-    /// Appends the row if the store keeps history (0 otherwise); sequence, process and mark are filled in here. Returns its sequence.
-    virtual Result<std::int64_t> appendHistory(const HistoryRow& row) = 0;
-    virtual bool keepsHistory() const noexcept = 0;
-    virtual std::span<const std::string> historyKeptAttributes() const noexcept = 0;
+    /// Appends a change to the history if the store keeps one; `values` as in StoredRow, at least the attributes'. Returns its
+    /// sequence, 0 without history.
+    virtual Result<std::int64_t> appendHistory(const SaveStamp& save, const EntityDescription& entity, RowKey key, ChangeKind kind, std::span<const Value> values) = 0;
     /// Tells the watches that an object was inserted or deleted, or (updates) which attributes were written.
     virtual void touched(const EntityDescription& entity, ChangeKind kind, std::span<const std::size_t> changedAttributes) = 0;
     virtual Result<void> commit() = 0;

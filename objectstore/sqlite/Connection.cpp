@@ -4,6 +4,7 @@
 
 #include "objectstore/sqlite/Collation.h"
 #include "objectstore/sqlite/StoreFailure.h"
+#include "objectstore/sqlite/WriteCache.h"
 
 namespace velkor::NS::sqlite {
 
@@ -40,6 +41,8 @@ void StatementLease::end() noexcept {
     if (!m_entry.empty()) m_connection->giveBack(std::move(m_entry));
 }
 
+Connection::Connection(sqlite3* handle, std::filesystem::path file) : m_handle(handle), m_file(std::move(file)) {}
+
 Result<std::unique_ptr<Connection>> Connection::open(const std::filesystem::path& file, const ConnectionSettings& settings) {
     sqlite3* handle = nullptr;
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
@@ -55,6 +58,7 @@ Result<std::unique_ptr<Connection>> Connection::open(const std::filesystem::path
 }
 
 Connection::~Connection() {
+    m_writeCache.reset();
     m_statements.clear();
     sqlite3_close_v2(m_handle);
 }
@@ -68,13 +72,19 @@ Result<void> Connection::execute(const std::string& sql) {
 Result<StatementLease> Connection::prepare(std::string_view sql) {
     if (auto known = m_statements.find(sql); known != m_statements.end())
         return StatementLease(*this, m_statements.extract(known));
+    auto made = makeStatement(sql);
+    if (!made) return made.error();
+    StatementCache fresh;
+    fresh.emplace(sql, std::move(made).value());
+    return StatementLease(*this, fresh.extract(fresh.begin()));
+}
+
+Result<Statement> Connection::makeStatement(std::string_view sql) {
     sqlite3_stmt* handle = nullptr;
     const int code =
         sqlite3_prepare_v3(m_handle, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &handle, nullptr);
     if (code != SQLITE_OK) return failure(code);
-    StatementCache fresh;
-    fresh.emplace(sql, Statement(handle));
-    return StatementLease(*this, fresh.extract(fresh.begin()));
+    return Statement(handle);
 }
 
 void Connection::giveBack(StatementCache::node_type entry) noexcept {
@@ -104,6 +114,17 @@ Result<std::int64_t> Connection::integer(std::string_view sql) {
         return failure(code);
     }
     return found;
+}
+
+std::uint32_t Connection::dataVersion() const noexcept {
+    std::uint32_t version = 0;
+    sqlite3_file_control(m_handle, "main", SQLITE_FCNTL_DATA_VERSION, &version);
+    return version;
+}
+
+WriteCache& Connection::writeCache(const StoreSchema& schema) {
+    if (!m_writeCache) m_writeCache = std::make_unique<WriteCache>(schema);
+    return *m_writeCache;
 }
 
 sqlite3_file* Connection::openFile(int pointer) const noexcept {

@@ -15,6 +15,8 @@
 namespace velkor::NS::sqlite {
 
 class Connection;
+class StoreSchema;
+class WriteCache;
 
 struct TextHash {
     using is_transparent = void;
@@ -58,6 +60,8 @@ public:
     /// Runs statements without parameters.
     Result<void> execute(const std::string& sql);
     Result<StatementLease> prepare(std::string_view sql);
+    /// A statement for the caller to keep; the connection must outlive it.
+    Result<Statement> makeStatement(std::string_view sql);
     /// Steps a statement that gives no rows (any it gives are passed over).
     Result<void> run(Statement& statement);
     /// Prepares, binds and runs: bind(statement).
@@ -88,6 +92,10 @@ public:
     std::int64_t changes() const noexcept { return sqlite3_changes64(m_handle); }
     bool inTransaction() const noexcept { return sqlite3_get_autocommit(m_handle) == 0; }
     bool readOnly() const noexcept { return sqlite3_db_readonly(m_handle, "main") == 1; }
+    /// Moves with every commit, whoever made it; to be compared within a transaction.
+    std::uint32_t dataVersion() const noexcept;
+    /// Of the one schema that the connection serves.
+    WriteCache& writeCache(const StoreSchema& schema);
     /// Makes the log durable (fsync).
     Result<void> syncLog();
 
@@ -97,7 +105,7 @@ public:
 
 private:
     friend class StatementLease;
-    Connection(sqlite3* handle, std::filesystem::path file) : m_handle(handle), m_file(std::move(file)) {}
+    Connection(sqlite3* handle, std::filesystem::path file);
     void giveBack(StatementCache::node_type entry) noexcept;
     sqlite3_file* openFile(int pointer) const noexcept;
     /// The system's error number behind a failure; 0 when there is none.
@@ -106,6 +114,7 @@ private:
     sqlite3* m_handle;
     std::filesystem::path m_file;
     StatementCache m_statements;
+    std::unique_ptr<WriteCache> m_writeCache;
 };
 
 }  // namespace velkor::NS::sqlite

@@ -8,7 +8,7 @@
 
 namespace velkor::NS::sqlite {
 
-/// Hands out the keys of one table (or the sequence numbers of the history) within one write transaction. A table's next number
+/// Hands out the keys of one table (or the sequence numbers of the history) while nobody else writes to the file. A table's next number
 /// is one above its highest; only where that would give a number out again (the highest row is removed, or numbers are reserved)
 /// is a floor written to the counters table, so that saves which merely insert write nothing more than their rows.
 class KeyCounter {
@@ -32,13 +32,15 @@ public:
     void used(std::int64_t number) noexcept;
     /// The number that comes next.
     Result<std::int64_t> next(Connection& connection);
+    /// The file may hold other numbers now.
+    void forget() noexcept { m_next = m_floor = 0; }
 
 private:
     Result<void> load(Connection& connection);
     Result<void> writeFloor(Connection& connection);
 
     const Source* m_source;
-    std::int64_t m_next = 0;  // 0: not read in this transaction
+    std::int64_t m_next = 0;  // 0: not read yet
     std::int64_t m_floor = 0;
 };
 

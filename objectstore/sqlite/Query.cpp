@@ -23,25 +23,24 @@ void appendParameters(std::string& sql, std::size_t count) {
 }
 
 void appendJSONText(std::string& json, std::string_view text) {
+    const auto isEscaped = [](char c) { return c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20; };
     json += '"';
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            json += '\\';
-            json += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            constexpr char digits[] = "0123456789abcdef";
-            json += "\\u00";
-            json += digits[static_cast<unsigned char>(c) >> 4];
-            json += digits[c & 0xF];
-        } else {
-            json += c;
-        }
+    while (true) {
+        const auto end = std::find_if(text.begin(), text.end(), isEscaped);
+        json.append(text.begin(), end);
+        if (end == text.end()) break;
+        constexpr char digits[] = "0123456789abcdef";
+        json += "\\u00";
+        json += digits[static_cast<unsigned char>(*end) >> 4];
+        json += digits[*end & 0xF];
+        text.remove_prefix(static_cast<std::size_t>(end - text.begin()) + 1);
     }
     json += '"';
 }
 
 std::string jsonArray(std::span<const Value> values) {
     std::string json = "[";
+    json.reserve(values.size() * 40);
     for (const Value& value : values) {
         if (json.size() > 1) json += ',';
         if (const auto text = value.asString()) {

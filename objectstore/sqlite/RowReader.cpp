@@ -18,19 +18,6 @@ bool readArchive(std::string_view bytes, Value& value) {
     return true;
 }
 
-bool readObjectID(std::string_view uri, const ManagedObjectModel& model, Value& value) {
-    constexpr std::string_view scheme = "x-velkor:///";
-    const std::size_t slash = uri.rfind("/p");
-    if (!uri.starts_with(scheme) || slash == uri.npos || slash < scheme.size()) return false;
-    const EntityDescription* entity = model.entityNamed(uri.substr(scheme.size(), slash - scheme.size()));
-    const std::string_view digits = uri.substr(slash + 2);
-    std::int64_t key = 0;
-    const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), key);
-    if (!entity || failure != std::errc() || end != digits.data() + digits.size()) return false;
-    value = Value(std::make_shared<ManagedObjectID>(*entity, key));
-    return true;
-}
-
 bool readInteger(const Statement& statement, int place, int type, AttributeType attribute, Value& value) {
     if (type != SQLITE_INTEGER) return false;
     const std::int64_t number = statement.integer(place);
@@ -69,6 +56,19 @@ bool readText(std::string_view text, AttributeType attribute, const ManagedObjec
 }
 
 }  // namespace
+
+bool readObjectID(std::string_view uri, const ManagedObjectModel& model, Value& value) {
+    constexpr std::string_view scheme = "x-velkor:///";
+    const std::size_t slash = uri.rfind("/p");
+    if (!uri.starts_with(scheme) || slash == uri.npos || slash < scheme.size()) return false;
+    const EntityDescription* entity = model.entityNamed(uri.substr(scheme.size(), slash - scheme.size()));
+    const std::string_view digits = uri.substr(slash + 2);
+    std::int64_t key = 0;
+    const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), key);
+    if (!entity || failure != std::errc() || end != digits.data() + digits.size()) return false;
+    value = Value(std::make_shared<ManagedObjectID>(*entity, key));
+    return true;
+}
 
 bool readValue(const Statement& statement, int place, const Column& column, const ManagedObjectModel& model, Value& value) {
     const int type = statement.type(place);

@@ -13,6 +13,8 @@ namespace velkor::NS::sqlite {
 /// Reads the value of a statement's column as a value of the table's column. False: the file holds something else (it is
 /// damaged).
 bool readValue(const Statement& statement, int place, const Column& column, const ManagedObjectModel& model, Value& value);
+/// The identifier that the text is; false for another text.
+bool readObjectID(std::string_view uri, const ManagedObjectModel& model, Value& value);
 
 /// Reads the rows of one query into one StoredRow after another. The row's storage is used again unless its taker moved it away.
 class RowReader {

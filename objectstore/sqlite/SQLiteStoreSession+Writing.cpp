@@ -30,35 +30,57 @@ Result<void> SQLiteStoreSession::bindColumn(Statement& statement, int place, con
     return {};
 }
 
+Result<void> SQLiteStoreSession::runBound(Statement& statement) {
+    auto run = m_connection->run(statement);
+    statement.clear();
+    return run ? run : failed(run.error());
+}
+
 Result<RowKey> SQLiteStoreSession::insert(const EntityDescription& entity, RowKey key, std::span<const Value> values) {
     if (auto writable = checkWritable(); !writable) return writable.error();
     const EntityTable* table = m_store->schema().table(entity);
     assertThat(table && values.size() == table->columns.size(), "A row's values are those of its entity");
-    StatementLease& insert = m_inserts[entity.index()];
-    if (!insert) {
-        auto lease = m_connection->prepare(table->insertSQL);
-        if (!lease) return failed(lease.error());
-        insert = std::move(lease).value();
-    }
+    auto prepared = ready(m_cache.rows(entity).insert, [&] { return table->insertSQL; });
+    if (!prepared) return prepared.error();
+    Statement& insert = *prepared.value();
+    KeyCounter& keys = m_cache.keys(entity);
     if (key == 0) {
-        auto taken = m_keys[entity.index()].take(*m_connection);
+        auto taken = keys.take(*m_connection);
         if (!taken) return failed(taken.error());
         key = taken.value();
     } else {
-        m_keys[entity.index()].used(key);
+        keys.used(key);
     }
-    insert->bind(1, key);
+    insert.bind(1, key);
     int place = 2;
     for (std::size_t i = 0; i < values.size(); ++i) {
         if (table->columns[i].content == Column::Content::none) continue;
-        if (auto bound = bindColumn(*insert, place++, *table, i, values[i]); !bound) {
-            insert->reset();
+        if (auto bound = bindColumn(insert, place++, *table, i, values[i]); !bound) {
+            insert.clear();
             return failed(bound.error());
         }
     }
-    if (auto run = m_connection->run(*insert); !run) return failed(run.error());
-    insert->reset();
+    if (auto run = runBound(insert); !run) return run.error();
     return key;
+}
+
+/// The parameters are the columns' values, the key, the expected version.
+Result<Statement*> SQLiteStoreSession::updateStatement(const EntityTable& table, std::span<const std::size_t> changed) {
+    WriteCache::RowStatements& cached = m_cache.rows(*table.entity);
+    if (!std::equal(changed.begin(), changed.end(), cached.updated.begin(), cached.updated.end())) {
+        cached.update = Statement();
+        cached.updated.assign(changed.begin(), changed.end());
+    }
+    return ready(cached.update, [&] {
+        std::string sql = "UPDATE " + table.name + " SET v=v+1";
+        int place = 0;
+        for (const std::size_t column : changed) {
+            if (table.columns[column].content != Column::Content::none)
+                sql += ',' + table.columns[column].name + "=?" + std::to_string(++place);
+        }
+        const std::string version = '?' + std::to_string(place + 2);
+        return sql + " WHERE id=?" + std::to_string(place + 1) + " AND (" + version + "=-1 OR v=" + version + ')';
+    });
 }
 
 Result<WriteOutcome> SQLiteStoreSession::update(const EntityDescription& entity, RowKey key, std::int64_t expectedVersion,
@@ -66,32 +88,27 @@ Result<WriteOutcome> SQLiteStoreSession::update(const EntityDescription& entity,
     if (auto writable = checkWritable(); !writable) return writable.error();
     const EntityTable* table = m_store->schema().table(entity);
     assertThat(table && values.size() == table->columns.size(), "A row's values are those of its entity");
-    if (m_update.table != table ||
-        !std::equal(changed.begin(), changed.end(), m_update.columns.begin(), m_update.columns.end())) {
-        std::string sql = "UPDATE " + table->name + " SET v=v+1";
-        for (const std::size_t column : changed) {
-            if (table->columns[column].content != Column::Content::none) sql += ',' + table->columns[column].name + "=?";
-        }
-        auto lease = m_connection->prepare(sql + " WHERE id=? AND (?=-1 OR v=?)");
-        if (!lease) return failed(lease.error());
-        m_update.table = table;
-        m_update.columns.assign(changed.begin(), changed.end());
-        m_update.statement = std::move(lease).value();
+    if (changed.empty() && expectedVersion == -1) {
+        auto touch = ready(m_cache.rows(entity).touch, [&] { return "UPDATE " + table->name + " SET v=v+1 WHERE id=?"; });
+        if (!touch) return touch.error();
+        touch.value()->bind(1, key);
+        if (auto run = runBound(*touch.value()); !run) return run.error();
+        return outcome(*table, key);
     }
-    Statement& statement = *m_update.statement;
+    auto prepared = updateStatement(*table, changed);
+    if (!prepared) return prepared.error();
+    Statement& statement = *prepared.value();
     int place = 1;
     for (const std::size_t column : changed) {
         if (table->columns[column].content == Column::Content::none) continue;
         if (auto bound = bindColumn(statement, place++, *table, column, values[column]); !bound) {
-            statement.reset();
+            statement.clear();
             return failed(bound.error());
         }
     }
     statement.bind(place, key);
     statement.bind(place + 1, expectedVersion);
-    statement.bind(place + 2, expectedVersion);
-    if (auto run = m_connection->run(statement); !run) return failed(run.error());
-    statement.reset();
+    if (auto run = runBound(statement); !run) return run.error();
     return outcome(*table, key);
 }
 
@@ -111,7 +128,7 @@ Result<WriteOutcome> SQLiteStoreSession::remove(const EntityDescription& entity,
     if (auto writable = checkWritable(); !writable) return writable.error();
     const EntityTable* table = m_store->schema().table(entity);
     assertThat(table != nullptr, "A row is removed from a table of this store");
-    if (auto kept = m_keys[entity.index()].willRemove(*m_connection, key); !kept) return failed(kept.error());
+    if (auto kept = m_cache.keys(entity).willRemove(*m_connection, key); !kept) return failed(kept.error());
     auto removed = m_connection->run(table->removeSQL, [&](Statement& statement) {
         statement.bind(1, key);
         statement.bind(2, expectedVersion);
@@ -140,56 +157,44 @@ Result<void> SQLiteStoreSession::writeLink(const RelationshipDescription& relati
     if (auto writable = checkWritable(); !writable) return writable;
     assertThat(relationship.manyToMany() && m_store->schema().table(*relationship.entity),
                "Links belong to many-to-many relationships");
-    const LinkTable links = linkTable(relationship);
-    const std::string sql =
-        linked ? "INSERT OR IGNORE INTO " + links.name + '(' + links.owner + ',' + links.destination + ") VALUES(?,?)"
-               : "DELETE FROM " + links.name + " WHERE " + links.owner + "=? AND " + links.destination + "=?";
+    WriteCache::LinkStatements& cached = m_cache.links(relationship);
+    auto prepared = ready(linked ? cached.add : cached.remove, [&] {
+        const LinkTable links = linkTable(relationship);
+        return linked ? "INSERT OR IGNORE INTO " + links.name + '(' + links.owner + ',' + links.destination + ") VALUES(?,?)"
+                      : "DELETE FROM " + links.name + " WHERE " + links.owner + "=? AND " + links.destination + "=?";
+    });
+    if (!prepared) return prepared.error();
     const auto write = [&](RowKey from, RowKey to) {
-        return m_connection->run(sql, [&](Statement& statement) {
-            statement.bind(1, from);
-            statement.bind(2, to);
-        });
+        prepared.value()->bind(1, from);
+        prepared.value()->bind(2, to);
+        return runBound(*prepared.value());
     };
-    if (auto written = write(owner, destination); !written) return failed(written.error());
+    if (auto written = write(owner, destination); !written) return written;
     if (relationship.inverse != &relationship || owner == destination) return {};
     // A relationship that is its own inverse holds in both directions.
-    if (auto written = write(destination, owner); !written) return failed(written.error());
-    return {};
+    return write(destination, owner);
 }
 
-Result<std::int64_t> SQLiteStoreSession::appendHistory(const HistoryRow& row) {
+Result<std::int64_t> SQLiteStoreSession::appendHistory(const SaveStamp& save, const EntityDescription& entity, RowKey key,
+                                                       ChangeKind kind, std::span<const Value> values) {
     if (auto writable = checkWritable(); !writable) return writable.error();
-    if (!m_layout->keepsHistory) return 0;
-    if (!m_appendHistory) {
-        auto lease = m_connection->prepare(m_layout->historySQL);
-        if (!lease) return failed(lease.error());
-        m_appendHistory = std::move(lease).value();
-    }
-    auto sequence = m_sequences.take(*m_connection);
+    if (!m_cache.layout->keepsHistory) return 0;
+    auto sequence = m_cache.sequences().take(*m_connection);
     if (!sequence) return failed(sequence.error());
-    Statement& statement = *m_appendHistory;
-    statement.bind(1, sequence.value());
-    statement.bind(2, row.time.timeIntervalSince1970());
-    statement.bindText(3, row.entityName);
-    statement.bind(4, row.key);
-    statement.bind(5, static_cast<std::int64_t>(row.kind));
-    statement.bindText(6, row.author);
-    statement.bindText(7, m_store->process());
-    statement.bind(8, static_cast<std::int64_t>(m_store->historyMark()));
-    const EntityDescription* entity = m_store->schema().model().entityNamed(row.entityName);
-    int place = 9;
-    for (const std::string& name : m_layout->keptAttributes) {
-        const AttributeDescription* attribute = entity ? entity->attributeNamed(name) : nullptr;
-        const bool kept = attribute && m_form.take(attribute->type, row.kept[name]).empty();
-        if (kept) {
-            statement.bind(place++, m_form);
-        } else {
-            statement.bindNull(place++);
-        }
+    const bool marked = m_store->historyMark();
+    if (!m_history.empty() && !m_history.takes(save, marked)) {
+        if (auto written = writeHistory(); !written) return written.error();
     }
-    if (auto run = m_connection->run(statement); !run) return failed(run.error());
-    statement.reset();
+    m_history.add(sequence.value(), save, marked, m_cache.layout->historyEntities[entity.index()], key, kind, values);
     return sequence;
+}
+
+Result<void> SQLiteStoreSession::writeHistory() {
+    if (m_history.empty()) return {};
+    auto prepared = ready(m_cache.appendHistory, [] { return HistoryRun::insertSQL; });
+    if (!prepared) return prepared.error();
+    auto written = m_history.write(*m_connection, *prepared.value(), m_store->process());
+    return written ? written : failed(written.error());
 }
 
 }  // namespace velkor::NS::sqlite

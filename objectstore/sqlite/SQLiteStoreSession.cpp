@@ -11,8 +11,7 @@ namespace velkor::NS::sqlite {
 SQLiteStoreSession::SQLiteStoreSession(std::shared_ptr<StoreFile> store, std::unique_ptr<Connection> connection)
     : m_store(std::move(store)),
       m_connection(std::move(connection)),
-      m_layout(m_store->layout()),
-      m_sequences(historyCounter()) {}
+      m_cache(m_connection->writeCache(m_store->schema())) {}
 
 SQLiteStoreSession::~SQLiteStoreSession() {
     rollback();
@@ -32,48 +31,48 @@ Result<void> SQLiteStoreSession::checkWritable() const {
 
 Result<void> SQLiteStoreSession::begin() {
     assertThat(!m_inTransaction, "A store session has one transaction at a time");
-    auto begun = m_connection->prepare("BEGIN IMMEDIATE");
-    if (!begun) return begun.error();
-    if (auto run = m_connection->run(*begun.value()); !run) return run;
+    auto begin = ready(m_cache.begin, [] { return "BEGIN IMMEDIATE"; });
+    Result<void> begun = begin ? runBound(*begin.value()) : begin.error();
+    m_failure.reset();  // there is no transaction to fail
+    if (!begun) return begun;
     m_inTransaction = true;
-    auto layout = m_store->currentLayout(*m_connection);
-    if (!layout) {
-        rollback();
-        return layout.error();
+    m_cache.beginTransaction(*m_connection);
+    if (!m_cache.layout) {
+        auto layout = m_store->currentLayout(*m_connection);
+        if (!layout) {
+            rollback();
+            return layout.error();
+        }
+        m_cache.layout = std::move(layout).value();
     }
-    m_layout = std::move(layout).value();
-    m_touched.assign(m_layout->watches.size(), false);
-    const StoreSchema& schema = m_store->schema();
-    m_inserts.resize(schema.tableCount());
-    m_keys.clear();
-    for (std::size_t i = 0; i < schema.tableCount(); ++i) m_keys.emplace_back(schema.table(i).keys);
-    m_sequences = historyCounter();
+    m_touched.assign(m_cache.layout->watches.size(), false);
+    m_cache.movedStamps.resize(m_touched.size());
     return {};
 }
 
 Result<void> SQLiteStoreSession::commit() {
     if (auto writable = checkWritable(); !writable) return writable;
+    if (auto written = writeHistory(); !written) return written;
     if (auto written = writeStamps(); !written) return failed(written.error());
     durableStep("store commit");
-    auto lease = m_connection->prepare("COMMIT");
-    if (!lease) return failed(lease.error());
-    if (auto run = m_connection->run(*lease.value()); !run) return failed(run.error());
+    auto statement = ready(m_cache.commit, [] { return "COMMIT"; });
+    if (!statement) return statement.error();
+    if (auto run = runBound(*statement.value()); !run) return run;
+    m_cache.committed(*m_connection);
     endTransaction();
     return {};
 }
 
 void SQLiteStoreSession::rollback() noexcept {
     if (!m_inTransaction) return;
-    endTransaction();  // first: statements that are still held would keep their reads open
+    endTransaction();
+    m_cache.rolledBack();
     // Some failures have rolled back already.
     if (m_connection->inTransaction()) (void)m_connection->execute("ROLLBACK").ok();
 }
 
 void SQLiteStoreSession::endTransaction() noexcept {
-    for (StatementLease& insert : m_inserts) insert.end();
-    m_update.statement.end();
-    m_update.table = nullptr;
-    m_appendHistory.end();
+    m_history.clear();
     m_failure.reset();
     m_inTransaction = false;
 }
@@ -81,17 +80,18 @@ void SQLiteStoreSession::endTransaction() noexcept {
 void SQLiteStoreSession::touched(const EntityDescription& entity, ChangeKind kind,
                                  std::span<const std::size_t> changedAttributes) {
     for (std::size_t i = 0; i < m_touched.size(); ++i) {
-        if (!m_touched[i]) m_touched[i] = m_layout->watches[i].heeds(entity.index(), kind, changedAttributes);
+        if (!m_touched[i]) m_touched[i] = m_cache.layout->watches[i].heeds(entity.index(), kind, changedAttributes);
     }
 }
 
 Result<void> SQLiteStoreSession::writeStamps() {
     for (std::size_t i = 0; i < m_touched.size(); ++i) {
-        if (!m_touched[i]) continue;
-        // A stamp that nobody has seen need not move: most saves write nothing here.
+        // A stamp that nobody has seen since need not move: most saves write nothing here.
+        if (!m_touched[i] || m_cache.movedStamps[i]) continue;
         auto written = m_connection->run("UPDATE watches SET stamp=stamp+1 WHERE name=? AND seen=stamp",
-                                         [&](Statement& statement) { statement.bindText(1, m_layout->watches[i].name()); });
+                                         [&](Statement& statement) { statement.bindText(1, m_cache.layout->watches[i].name()); });
         if (!written) return written;
+        m_cache.movedStamps[i] = true;
     }
     return {};
 }
@@ -105,7 +105,7 @@ Result<RowKey> SQLiteStoreSession::reserveKeys(const EntityDescription& entity, 
     } else if (auto writable = checkWritable(); !writable) {
         return writable.error();
     }
-    auto first = m_keys[entity.index()].reserve(*m_connection, static_cast<std::int64_t>(count));
+    auto first = m_cache.keys(entity).reserve(*m_connection, static_cast<std::int64_t>(count));
     if (!first) {
         Error error = failed(first.error());
         if (own) rollback();

@@ -7,9 +7,9 @@
 
 #include "objectstore/StoreSession.h"
 #include "objectstore/sqlite/HistoryTable.h"
-#include "objectstore/sqlite/KeyCounter.h"
 #include "objectstore/sqlite/Query.h"
 #include "objectstore/sqlite/StoreFile.h"
+#include "objectstore/sqlite/WriteCache.h"
 
 namespace velkor::NS::sqlite {
 
@@ -35,9 +35,8 @@ public:
     Result<WriteOutcome> remove(const EntityDescription& entity, RowKey key, std::int64_t expectedVersion) override;
     Result<void> link(const RelationshipDescription& relationship, RowKey owner, RowKey destination) override;
     Result<void> unlink(const RelationshipDescription& relationship, RowKey owner, RowKey destination) override;
-    Result<std::int64_t> appendHistory(const HistoryRow& row) override;
-    bool keepsHistory() const noexcept override { return m_layout->keepsHistory; }
-    std::span<const std::string> historyKeptAttributes() const noexcept override { return m_layout->keptAttributes; }
+    Result<std::int64_t> appendHistory(const SaveStamp& save, const EntityDescription& entity, RowKey key, ChangeKind kind,
+                                       std::span<const Value> values) override;
     void touched(const EntityDescription& entity, ChangeKind kind, std::span<const std::size_t> changedAttributes) override;
     Result<void> commit() override;
     void rollback() noexcept override;
@@ -54,7 +53,21 @@ private:
     Result<void> checkWritable() const;
     Result<void> bindColumn(Statement& statement, int place, const EntityTable& table, std::size_t column, const Value& value);
     Result<void> writeLink(const RelationshipDescription& relationship, RowKey owner, RowKey destination, bool linked);
+    /// The cached statement, made at its first use from what `makeSQL` gives.
+    template <class MakeSQL>
+    Result<Statement*> ready(Statement& cached, const MakeSQL& makeSQL) {
+        if (!cached) {
+            auto made = m_connection->makeStatement(makeSQL());
+            if (!made) return failed(made.error());
+            cached = std::move(made).value();
+        }
+        return &cached;
+    }
+    /// Runs a statement whose parameters are bound, and gives them up.
+    Result<void> runBound(Statement& statement);
+    Result<Statement*> updateStatement(const EntityTable& table, std::span<const std::size_t> changed);
     Result<WriteOutcome> outcome(const EntityTable& table, RowKey key);
+    Result<void> writeHistory();
     Result<void> writeStamps();
     void endTransaction() noexcept;
     /// Remembers that this transaction has failed.
@@ -62,22 +75,12 @@ private:
 
     std::shared_ptr<StoreFile> m_store;
     std::unique_ptr<Connection> m_connection;
-    std::shared_ptr<const StoreLayout> m_layout;
+    WriteCache& m_cache;  // the connection's
     bool m_inTransaction = false;
     std::optional<Error> m_failure;  // of the open transaction
-    std::vector<KeyCounter> m_keys;  // of the open transaction, by the entity's place
-    KeyCounter m_sequences;          // the history's
     std::vector<bool> m_touched;     // watches that the open transaction touched
+    HistoryRun m_history;            // not yet written
     StoredForm m_form;               // used again for each value
-
-    // Statements held while a transaction is open, so that a long save looks each up once.
-    std::vector<StatementLease> m_inserts;  // by the entity's place
-    struct {
-        const EntityTable* table = nullptr;
-        std::vector<std::size_t> columns;
-        StatementLease statement;
-    } m_update;  // the last one: objects of one save tend to change alike
-    StatementLease m_appendHistory;
 };
 
 }  // namespace velkor::NS::sqlite

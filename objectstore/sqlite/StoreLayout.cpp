@@ -64,16 +64,13 @@ std::vector<Watched> watchedOfPlist(const Value& plist) {
     return watched;
 }
 
-std::string keptColumn(std::string_view attribute) { return quoted("k_", attribute); }
-
-std::string historyInsertSQL(const std::vector<std::string>& keptAttributes) {
-    std::string names = "sequence,time,entity,object,kind,author,process,marked";
-    std::string parameters = "?,?,?,?,?,?,?,?";
-    for (const std::string& attribute : keptAttributes) {
-        names += ',' + keptColumn(attribute);
-        parameters += ",?";
+StoreLayout::HistoryEntity historyEntity(const EntityDescription& entity, const std::vector<std::string>& keptAttributes) {
+    StoreLayout::HistoryEntity described{entity.name(), {}};
+    for (const std::string& name : keptAttributes) {
+        const AttributeDescription* attribute = entity.attributeNamed(name);
+        if (attribute) described.kept.push_back({SharedText(name), attribute->index});
     }
-    return "INSERT INTO history(" + names + ") VALUES(" + parameters + ')';
+    return described;
 }
 
 }  // namespace
@@ -119,7 +116,8 @@ Result<std::shared_ptr<const StoreLayout>> StoreLayout::read(Connection& connect
             return storeFileError(StoreError::notAStore, connection.file(), "is damaged: its history settings cannot be read");
         layout->keepsHistory = true;
         layout->keptAttributes = textsOfPlist(kept.value());
-        layout->historySQL = historyInsertSQL(layout->keptAttributes);
+        for (const auto& entity : model.entities())
+            layout->historyEntities.push_back(historyEntity(*entity, layout->keptAttributes));
     }
 
     auto lease = connection.prepare("SELECT name,definition FROM watches ORDER BY name");
@@ -141,8 +139,8 @@ Result<void> createOwnTables(Connection& connection) {
         "CREATE TABLE meta(name TEXT PRIMARY KEY,value TEXT NOT NULL) WITHOUT ROWID;"
         "CREATE TABLE counters(name TEXT PRIMARY KEY,next INTEGER NOT NULL) WITHOUT ROWID;"
         "CREATE TABLE watches(name TEXT PRIMARY KEY,stamp INTEGER NOT NULL,seen INTEGER NOT NULL,definition TEXT NOT NULL) WITHOUT ROWID;"
-        "CREATE TABLE history(sequence INTEGER PRIMARY KEY,time REAL NOT NULL,entity TEXT NOT NULL,object INTEGER NOT NULL,"
-        "kind INTEGER NOT NULL,author TEXT NOT NULL,process TEXT NOT NULL,marked INTEGER NOT NULL);"
+        "CREATE TABLE history(last INTEGER PRIMARY KEY,first INTEGER NOT NULL,time REAL NOT NULL,author TEXT NOT NULL,"
+        "process TEXT NOT NULL,marked INTEGER NOT NULL,changes BLOB NOT NULL);"
         "PRAGMA application_id=" +
         std::to_string(applicationID));
 }
@@ -156,18 +154,6 @@ Result<void> raiseGeneration(Connection& connection) {
 Result<void> writeModelText(Connection& connection, const std::string& text) { return writeMetaText(connection, "model", text); }
 
 Result<void> writeHistorySettings(Connection& connection, const std::vector<std::string>& keptAttributes) {
-    for (const std::string& attribute : keptAttributes) {
-        auto known = connection.prepare("SELECT 1 FROM pragma_table_info('history') WHERE name=?");
-        if (!known) return known.error();
-        const std::string column = "k_" + attribute;
-        known.value()->bindText(1, column);
-        const int code = known.value()->step();
-        if (code == SQLITE_ROW) continue;
-        if (code != SQLITE_DONE) return connection.failure(code);
-        known.value().end();
-        auto added = connection.execute("ALTER TABLE history ADD COLUMN " + keptColumn(attribute));
-        if (!added) return added;
-    }
     auto text = propertyListXML(plistOfTexts(keptAttributes));
     if (!text) return text.error();
     return writeMetaText(connection, "history", text.value());

@@ -39,7 +39,16 @@ struct StoreLayout {
     std::string modelText;
     bool keepsHistory = false;
     std::vector<std::string> keptAttributes;
-    std::string historySQL;  // INSERT of a history row: sequence, time, entity, object, kind, author, process, marked, kept ...
+    /// What the history needs of an entity.
+    struct HistoryEntity {
+        struct Kept {
+            SharedText name;
+            std::size_t place;  // of the attribute
+        };
+        Value name;
+        std::vector<Kept> kept;
+    };
+    std::vector<HistoryEntity> historyEntities;  // by the entity's place
     std::vector<Watch> watches;
 
     static Result<std::shared_ptr<const StoreLayout>> read(Connection& connection, const ManagedObjectModel& model);

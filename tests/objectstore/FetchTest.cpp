@@ -213,6 +213,14 @@ TEST_F(FetchTest, PreloadedObjectsAreFoundWithoutTheStore) {
     held = preload();
     held = {};
     EXPECT_EQ(found("a"), "a") << "found even when nobody held it";
+
+    held = preload();
+    const ContextRef third = newContext();
+    third->deleteObject(fetch(third, "Note", Predicate::equal("guid", "c")).at(0));
+    save(third);
+    EXPECT_EQ(found("c"), "c");
+    m_context->forgetPreloaded();
+    EXPECT_EQ(found("c"), "") << "the store is asked again";
 }
 
 TEST_F(FetchTest, PrefetchedDestinationsAreThere) {

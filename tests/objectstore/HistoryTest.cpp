@@ -14,16 +14,10 @@ protected:
         options.historyKeptAttributes = std::move(attributes);
         return options;
     }
-    static std::int64_t append(StoreSession& session, std::string_view entity, RowKey key, ChangeKind kind, Dictionary kept) {
-        HistoryRow row;
-        row.time = Date(100.5);
-        row.entityName = entity;
-        row.key = key;
-        row.kind = kind;
-        row.author = "writer";
-        row.kept = std::move(kept);
+    std::int64_t append(StoreSession& session, std::string_view name, RowKey key, ChangeKind kind,
+                        const std::map<std::string, Value>& values) {
         EXPECT_OK(session.begin());
-        const std::int64_t sequence = must(session.appendHistory(row));
+        const std::int64_t sequence = must(session.appendHistory({Date(100.5), "writer"}, entity(name), key, kind, row(entity(name), values)));
         EXPECT_OK(session.commit());
         return sequence;
     }
@@ -37,7 +31,7 @@ protected:
 TEST_F(HistoryTest, RowsComeBackAsTheyWereWritten) {
     const auto store = open(keeping({"guid", "lent", "printed"}));
     auto session = must(store->session());
-    EXPECT_TRUE(session->keepsHistory());
+    EXPECT_TRUE(store->keepsHistory());
     EXPECT_EQ(append(*session, "Book", 7, ChangeKind::inserted,
                      {{"guid", "g"}, {"lent", true}, {"printed", Date(2.5)}, {"title", "not kept"}}),
               1);
@@ -81,10 +75,77 @@ TEST_F(HistoryTest, SequencesAreNeverUsedTwice) {
     EXPECT_EQ(append(*session, "Book", 1, ChangeKind::updated, {}), 4);
 
     ASSERT_OK(session->begin());
-    EXPECT_EQ(must(session->appendHistory({})), 5);
+    EXPECT_EQ(must(session->appendHistory({}, entity("Book"), 1, ChangeKind::updated, {})), 5);
     session->rollback();
     EXPECT_EQ(must(store->newestHistorySequence()), 4);
     EXPECT_EQ(append(*session, "Book", 1, ChangeKind::updated, {}), 5);  // its first bearer never was
+}
+
+TEST_F(HistoryTest, ALargeSaveIsReadAndPurgedChangeByChange) {
+    const auto store = open(keeping({"guid"}));
+    auto session = must(store->session());
+    constexpr int changes = 600;
+    ASSERT_OK(session->begin());
+    for (int i = 1; i <= changes; ++i) {
+        const auto values = row(entity("Book"), {{"guid", "g" + std::to_string(i)}});
+        // The author changes in the middle of the transaction.
+        const SaveStamp save{Date(100), i <= 400 ? "one" : "two"};
+        EXPECT_EQ(must(session->appendHistory(save, entity("Book"), i, ChangeKind::inserted, values)), i);
+    }
+    ASSERT_OK(session->commit());
+    for (const int purged : {0, 1, 300, 400, 599}) {
+        ASSERT_OK(store->purgeHistory(purged));
+        const auto found = after(*store, 0);
+        ASSERT_EQ(found.size(), static_cast<std::size_t>(changes - purged));
+        for (const HistoryRow& each : found) {
+            EXPECT_EQ(each.sequence, each.key);
+            EXPECT_EQ(each.kept["guid"], Value("g" + std::to_string(each.key)));
+            EXPECT_EQ(each.author, each.key <= 400 ? "one" : "two");
+        }
+        EXPECT_EQ(after(*store, 500).size(), static_cast<std::size_t>(changes - std::max(purged, 500)));
+    }
+}
+
+TEST_F(HistoryTest, RowsThatNobodyWantsAreNotRead) {
+    const auto store = open(keeping({}));
+    auto session = must(store->session());
+    for (RowKey key = 1; key <= 3; ++key) append(*session, "Book", key, ChangeKind::updated, {});
+    std::vector<std::int64_t> offered, read;
+    EXPECT_OK(store->historyAfter(
+        1, [&](HistoryRow&& row) { read.push_back(row.sequence); },
+        [&](const HistoryHead& head) {
+            EXPECT_EQ(head.first, head.last);
+            EXPECT_EQ(head.author, "writer");
+            offered.push_back(head.last);
+            return head.last != 2;
+        }));
+    EXPECT_EQ(offered, (std::vector<std::int64_t>{2, 3}));
+    EXPECT_EQ(read, std::vector<std::int64_t>{3});
+}
+
+TEST_F(HistoryTest, WhatAConnectionRemembersYieldsToOtherWriters) {
+    const auto store = open(keeping({})), elsewhere = open(keeping({}));
+    auto here = must(store->session()), there = must(elsewhere->session());
+    std::vector<RowKey> keys;
+    std::vector<std::int64_t> sequences;
+    const auto write = [&](StoreSession& session, bool kept) {
+        ASSERT_OK(session.begin());
+        const RowKey key = must(session.insert(entity("Author"), 0, row(entity("Author"), {{"guid", "a"}, {"name", "n"}})));
+        const auto sequence = must(session.appendHistory({}, entity("Author"), key, ChangeKind::inserted, {}));
+        if (!kept) return session.rollback();
+        ASSERT_OK(session.commit());
+        keys.push_back(key);
+        sequences.push_back(sequence);
+    };
+    for (StoreSession* session : {here.get(), here.get(), there.get(), here.get(), there.get()}) {
+        write(*session, false);
+        write(*session, true);
+    }
+    EXPECT_EQ(keys, (std::vector<RowKey>{1, 2, 3, 4, 5}));
+    EXPECT_EQ(sequences, (std::vector<std::int64_t>{1, 2, 3, 4, 5}));
+    ASSERT_OK(elsewhere->enableHistory({"guid"}));  // a setting that the next save has to heed
+    append(*here, "Author", 1, ChangeKind::updated, {{"guid", "x"}});
+    EXPECT_EQ(after(*store, 5).at(0).kept, (Dictionary{{"guid", "x"}}));
 }
 
 TEST_F(HistoryTest, WithoutTheOptionThereAreNoRowsUntilItIsEnabled) {
@@ -99,8 +160,7 @@ TEST_F(HistoryTest, WithoutTheOptionThereAreNoRowsUntilItIsEnabled) {
     EXPECT_TRUE(other->keepsHistory());
     EXPECT_EQ(append(*session, "Book", 1, ChangeKind::updated, {{"guid", "x"}}), 1);  // the other session heeds it too
     EXPECT_TRUE(store->keepsHistory());
-    EXPECT_EQ(std::vector<std::string>(session->historyKeptAttributes().begin(), session->historyKeptAttributes().end()),
-              std::vector<std::string>{"guid"});
+    EXPECT_EQ(after(*store, 0).at(0).kept, (Dictionary{{"guid", "x"}}));
     session.reset();
     store = open();  // stays on for the file
     EXPECT_TRUE(store->keepsHistory());
