@@ -1,4 +1,4 @@
-// The store's sessions against hand-written SQLite over the same tables: run as pairs, Raw and Session.
+// The store's sessions and contexts against hand-written SQLite over the same tables: run as groups, raw, session, context.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "objectstore/ManagedObjectContext.h"
 #include "objectstore/PersistentStoreCoordinator.h"
 #include "objectstore/StoreSession.h"
 
@@ -172,23 +173,51 @@ void sessionInsert(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * rowCount);
 }
 
+void contextInsert(benchmark::State& state) {
+    const auto rows = makeRows();
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto file = std::make_unique<File>();
+        file->session.reset();
+        const auto attributes = file->entity->attributes();
+        state.ResumeTiming();
+        {
+            const auto context = ManagedObjectContext::create(file->coordinator);
+            for (const auto& row : rows) {
+                const auto note = context->insertNewObject(*file->entity);
+                for (const auto& attribute : attributes) note->setPrimitiveValue(attribute, row[attribute.index]);
+            }
+            must(context->save());
+        }
+        state.PauseTiming();
+        file.reset();
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * rowCount);
+}
+
+std::vector<Note> readNotes(sqlite3_stmt* statement) {
+    std::vector<Note> found;
+    const auto text = [&](int place) {
+        return std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, place)),
+                           static_cast<std::size_t>(sqlite3_column_bytes(statement, place)));
+    };
+    while (sqlite3_step(statement) == SQLITE_ROW) {
+        found.push_back({sqlite3_column_int64(statement, 0), sqlite3_column_int64(statement, 1), text(2), text(3), text(4),
+                         sqlite3_column_double(statement, 5), sqlite3_column_double(statement, 6),
+                         sqlite3_column_double(statement, 7), sqlite3_column_int(statement, 8) != 0,
+                         sqlite3_column_int64(statement, 9), sqlite3_column_int64(statement, 10)});
+    }
+    return found;
+}
+
 void rawFetch(benchmark::State& state) {
     File file;
     file.fill();
     for (auto _ : state) {
-        std::vector<Note> found;
         sqlite3_stmt* statement = file.prepare(
             "SELECT id,v,a_guid,a_title,a_body,a_created,a_modified,a_score,a_pinned,a_rating,r_notebook FROM e_Note");
-        const auto text = [&](int place) {
-            return std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, place)),
-                               static_cast<std::size_t>(sqlite3_column_bytes(statement, place)));
-        };
-        while (sqlite3_step(statement) == SQLITE_ROW) {
-            found.push_back({sqlite3_column_int64(statement, 0), sqlite3_column_int64(statement, 1), text(2), text(3), text(4),
-                             sqlite3_column_double(statement, 5), sqlite3_column_double(statement, 6),
-                             sqlite3_column_double(statement, 7), sqlite3_column_int(statement, 8) != 0,
-                             sqlite3_column_int64(statement, 9), sqlite3_column_int64(statement, 10)});
-        }
+        const auto found = readNotes(statement);
         sqlite3_finalize(statement);
         require(found.size() == rowCount, "fetch");
         benchmark::DoNotOptimize(found);
@@ -204,6 +233,17 @@ void sessionFetch(benchmark::State& state) {
         must(file.session->fetch(FetchRequest(file.entity), [&](StoredRow&& row) { found.push_back(std::move(row)); }));
         require(found.size() == rowCount, "fetch");
         benchmark::DoNotOptimize(found);
+    }
+    state.SetItemsProcessed(state.iterations() * rowCount);
+}
+
+void contextFetch(benchmark::State& state) {
+    File file;
+    file.fill();
+    for (auto _ : state) {
+        const auto context = ManagedObjectContext::create(file.coordinator);
+        const auto found = must(context->executeFetchRequest(FetchRequest(file.entity)));
+        require(found.size() == rowCount, "fetch");
     }
     state.SetItemsProcessed(state.iterations() * rowCount);
 }
@@ -233,17 +273,15 @@ void sessionSingleSaves(benchmark::State& state) {
     file.session.reset();
     if (state.range(0) >= 1) must(file.coordinator->watch("known", {{"Note", {"guid"}}}));
     if (state.range(0) >= 2) must(file.coordinator->enableHistory({"guid"}));
-    HistoryRow history;
-    history.entityName = "Note";
-    history.kind = ChangeKind::inserted;
+    SaveStamp save;
     for (auto _ : state) {
         auto session = must(file.coordinator->session());
         must(session->begin());
         const auto& row = rows[next++ % rowCount];
-        history.key = must(session->insert(*file.entity, 0, row));
+        const RowKey key = must(session->insert(*file.entity, 0, row));
         session->touched(*file.entity, ChangeKind::inserted, {});
-        history.kept.set("guid", row[0]);
-        (void)must(session->appendHistory(history));
+        save.time = Date::now();
+        (void)must(session->appendHistory(save, *file.entity, key, ChangeKind::inserted, row));
         must(session->commit());
     }
 }
@@ -278,6 +316,41 @@ void sessionGuids(benchmark::State& state) {
     }
 }
 
+constexpr std::size_t listLength = 10'000;
+const std::string& listedGuid(std::size_t i) { return notes()[i * (rowCount / listLength)].guid; }
+
+void rawInList(benchmark::State& state) {
+    File file;
+    file.fill();
+    for (auto _ : state) {
+        std::string json = "[";
+        for (std::size_t i = 0; i < listLength; ++i) json += (i ? ",\"" : "\"") + listedGuid(i) + '"';
+        json += ']';
+        sqlite3_stmt* statement = file.prepare(
+            "SELECT id,v,a_guid,a_title,a_body,a_created,a_modified,a_score,a_pinned,a_rating,r_notebook FROM e_Note "
+            "WHERE a_guid IN (SELECT value FROM json_each(?))");
+        sqlite3_bind_text(statement, 1, json.data(), static_cast<int>(json.size()), SQLITE_STATIC);
+        const auto found = readNotes(statement);
+        sqlite3_finalize(statement);
+        require(found.size() == listLength, "list");
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(listLength));
+}
+
+void contextInList(benchmark::State& state) {
+    File file;
+    file.fill();
+    Array guids;
+    for (std::size_t i = 0; i < listLength; ++i) guids.push_back(listedGuid(i));
+    FetchRequest request(file.entity);
+    request.predicate = Predicate::in("guid", guids);
+    for (auto _ : state) {
+        const auto context = ManagedObjectContext::create(file.coordinator);
+        require(must(context->executeFetchRequest(request)).size() == listLength, "list");
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(listLength));
+}
+
 void sessionInList(benchmark::State& state) {
     File file;
     file.fill();
@@ -309,8 +382,10 @@ void sessionRows(benchmark::State& state) {
 
 BENCHMARK(rawInsert)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(sessionInsert)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(contextInsert)->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(rawFetch)->Unit(benchmark::kMillisecond);
 BENCHMARK(sessionFetch)->Unit(benchmark::kMillisecond);
+BENCHMARK(contextFetch)->Unit(benchmark::kMillisecond);
 BENCHMARK(rawSingleSaves)->Unit(benchmark::kMicrosecond)->Iterations(20000);
 BENCHMARK(sessionSingleSaves)
     ->ArgName("0 plain, 1 watch, 2 history")
@@ -321,6 +396,8 @@ BENCHMARK(sessionSingleSaves)
     ->Iterations(20000);
 BENCHMARK(rawGuids)->Unit(benchmark::kMillisecond);
 BENCHMARK(sessionGuids)->Unit(benchmark::kMillisecond);
+BENCHMARK(rawInList)->Unit(benchmark::kMillisecond);
+BENCHMARK(contextInList)->Unit(benchmark::kMillisecond);
 BENCHMARK(sessionInList)->Arg(1)->Arg(40)->Arg(1000)->Arg(100000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(sessionRows)->ArgName("every")->Arg(1)->Arg(3)->Arg(20)->Unit(benchmark::kMicrosecond);
 
