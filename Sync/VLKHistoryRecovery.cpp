@@ -34,9 +34,9 @@ void VLKNumberRanges::insert(std::int64_t number) {
     m_lastByFirst.emplace_hint(next, number, number);
 }
 
-bool VLKNumberRanges::contains(std::int64_t number) const {
-    const auto next = m_lastByFirst.upper_bound(number);
-    return next != m_lastByFirst.begin() && number <= std::prev(next)->second;
+bool VLKNumberRanges::contains(std::int64_t first, std::int64_t last) const {
+    const auto next = m_lastByFirst.upper_bound(first);
+    return next != m_lastByFirst.begin() && last <= std::prev(next)->second;
 }
 
 void VLKNumberRanges::removeUpTo(std::int64_t number) {
@@ -73,9 +73,13 @@ NS::Result<std::vector<VLKHistoryRecovery::Change>> VLKHistoryRecovery::newChang
     std::unordered_map<std::string, Change> latest;
     VLKSyncableKinds kinds;
     std::int64_t lookedAt = m_lookedAt;
-    const auto read = m_coordinator->historyAfter(m_lookedAt, [&](NS::HistoryRow&& row) {
-        lookedAt = row.sequence;
-        if (!row.marked || row.author == VLKSyncAuthor || m_captured.contains(row.sequence)) return;
+    const auto isOurs = [&](const NS::HistoryHead& rows) {
+        lookedAt = rows.last;
+        const std::int64_t first = std::max(rows.first, m_lookedAt + 1);
+        return rows.marked && rows.author != VLKSyncAuthor && !m_captured.contains(first, rows.last);
+    };
+    const auto take = [&](NS::HistoryRow&& row) {
+        if (m_captured.contains(row.sequence)) return;
         const NS::EntityDescription* entity = m_coordinator->managedObjectModel().entityNamed(row.entityName);
         if (!entity || !kinds.of(*entity).syncable()) return;
         const NS::Value& guid = row.kept[VLKSyncableMember::guid];
@@ -90,8 +94,8 @@ NS::Result<std::vector<VLKHistoryRecovery::Change>> VLKHistoryRecovery::newChang
             return;
         }
         latest.insert_or_assign(guid.stringOr(""), Change{entity, guid, row.kind, row.sequence, row.time});
-    });
-    if (!read) return read.error();
+    };
+    if (const auto read = m_coordinator->historyAfter(m_lookedAt, take, isOurs); !read) return read.error();
     m_lookedAt = lookedAt;
     m_captured.removeUpTo(m_lookedAt);
 

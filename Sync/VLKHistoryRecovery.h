@@ -19,7 +19,9 @@ namespace velkor {
 class VLKNumberRanges {
 public:
     void insert(std::int64_t number);
-    bool contains(std::int64_t number) const;
+    bool contains(std::int64_t number) const { return contains(number, number); }
+    /// All numbers from the first to the last.
+    bool contains(std::int64_t first, std::int64_t last) const;
     void removeUpTo(std::int64_t number);
 
 private:

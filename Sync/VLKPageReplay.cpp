@@ -71,11 +71,11 @@ void VLKPageReplay::indexObjects() {
     }
 }
 
-void VLKPageReplay::collectDestinations(const Dictionary& description, std::map<const ObjectClass*, GuidSet>& missing) {
+void VLKPageReplay::collectDestinations(const Dictionary& description, std::map<const ObjectClass*, VLKGuidSet>& missing) {
     const ObjectClass* objectClass = classNamed(description["destination_type"]);
     if (!objectClass) return;
     const ObjectsByGuid& known = m_destinations[objectClass];
-    GuidSet& wanted = missing[objectClass];
+    VLKGuidSet& wanted = missing[objectClass];
     auto want = [&](const Value& guid) {
         if (guid.isString() && !known.contains(guid)) wanted.insert(guid);
     };
@@ -86,7 +86,7 @@ void VLKPageReplay::collectDestinations(const Dictionary& description, std::map<
 }
 
 Result<void> VLKPageReplay::loadDestinations() {
-    std::map<const ObjectClass*, GuidSet> missing;
+    std::map<const ObjectClass*, VLKGuidSet> missing;
     std::map<const EntityDescription*, Replacement> replacements;
     for (const auto& transaction : m_transactions) {
         const Dictionary* relationships = transaction->receivedRelationships();

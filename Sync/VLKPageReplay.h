@@ -5,10 +5,9 @@
 #include <memory>
 #include <set>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
+#include "Sync/VLKGuidTable.h"
 #include "Sync/VLKTransaction.h"
 #include "objectstore/ObjectSet.h"
 #include "platform/base/Result.h"
@@ -28,23 +27,7 @@ public:
     NS::Result<void> run();
 
 private:
-    /// Guids as keys: the texts are shared with the objects and descriptions that they come from.
-    struct GuidHash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view guid) const noexcept { return std::hash<std::string_view>()(guid); }
-        std::size_t operator()(const NS::Value& guid) const noexcept { return (*this)(guid.asString().value_or("")); }
-    };
-    struct GuidEqual {
-        using is_transparent = void;
-        static std::string_view text(const NS::Value& guid) noexcept { return guid.asString().value_or(""); }
-        static std::string_view text(std::string_view guid) noexcept { return guid; }
-        template <class A, class B>
-        bool operator()(const A& a, const B& b) const noexcept {
-            return text(a) == text(b);
-        }
-    };
-    using GuidSet = std::unordered_set<NS::Value, GuidHash, GuidEqual>;
-    using ObjectsByGuid = std::unordered_map<NS::Value, std::shared_ptr<NS::ManagedObject>, GuidHash, GuidEqual>;
+    using ObjectsByGuid = VLKGuidMap<std::shared_ptr<NS::ManagedObject>>;
     /// Stored objects of one entity whose relationships are about to be replaced.
     struct Replacement {
         std::vector<std::shared_ptr<NS::ManagedObject>> objects;
@@ -57,7 +40,7 @@ private:
     NS::Result<void> loadDestinations();
     void replayRelationships();
     NS::Result<void> preload(const NS::ObjectClass& objectClass, const NS::Array& guids);
-    void collectDestinations(const NS::Dictionary& description, std::map<const NS::ObjectClass*, GuidSet>& missing);
+    void collectDestinations(const NS::Dictionary& description, std::map<const NS::ObjectClass*, VLKGuidSet>& missing);
     std::shared_ptr<NS::ManagedObject> destination(const NS::ObjectClass& objectClass, std::string_view guid, NS::ErrorOut error);
 
     NS::ManagedObjectContext& m_context;

@@ -26,7 +26,13 @@ void VLKPresentObjects::want(const NS::EntityDescription& entity, const NS::Valu
         const bool foundByClass = objectClass && vlk_entityInManagedObjectContext(*objectClass, *m_ctx) == &entity;
         entry = m_entries.emplace_back(std::make_unique<Entry>(Entry{VLKSyncableKind(entity), foundByClass, {}, {}})).get();
     }
-    entry->wanted.push_back(guid);
+    if (entry->asked.try_emplace(guid).second) entry->wanted.push_back(guid);
+}
+
+void VLKPresentObjects::note(Entry& entry, std::string_view guid, std::shared_ptr<NS::ManagedObject> object) {
+    const auto asked = entry.asked.find(guid);
+    if (asked == entry.asked.end() || asked->second.present) return;
+    asked->second = {true, std::move(object)};
 }
 
 void VLKPresentObjects::fetch() {
@@ -35,7 +41,7 @@ void VLKPresentObjects::fetch() {
         const auto fetched = entry->kind.judgedByValues() && entry->foundByClass ? fetchValues(*entry) : fetchObjects(*entry);
         if (!fetched) {
             VLKLog::sharedInstance().logMessageAtLevel(100, "Unable to look for changed objects: %@", fetched.error());
-            for (const NS::Value& guid : entry->wanted) entry->found.try_emplace(guid.stringOr(""));
+            for (const NS::Value& guid : entry->wanted) note(*entry, guid.asString().value_or(""), nullptr);
         }
         entry->wanted = {};
     }
@@ -45,7 +51,7 @@ NS::Result<void> VLKPresentObjects::fetchValues(Entry& entry) {
     const auto request = requestFor(entry.kind.entity(), entry.wanted);
     const auto attributes = entry.kind.judgedAttributes();
     return m_ctx->enumerateValues(request, attributes, [&](std::span<const NS::Value> values) {
-        if (!entry.kind.excludesFromCapture(values)) entry.found.try_emplace(values[0].stringOr(""));
+        if (!entry.kind.excludesFromCapture(values)) note(entry, values[0].asString().value_or(""), nullptr);
     });
 }
 
@@ -53,23 +59,28 @@ NS::Result<void> VLKPresentObjects::fetchObjects(Entry& entry) {
     auto objects = m_ctx->executeFetchRequest(requestFor(entry.kind.entity(), entry.wanted));
     if (!objects) return objects.error();
     for (const auto& object : objects.value()) {
-        if (!entry.kind.excludesFromCapture(*object)) entry.found.try_emplace(guidOfObject(*object).stringOr(""), object);
+        if (!entry.kind.excludesFromCapture(*object)) note(entry, guidOfObject(*object).asString().value_or(""), object);
     }
     return {};
 }
 
-bool VLKPresentObjects::has(const NS::EntityDescription& entity, std::string_view guid) const {
+const VLKPresentObjects::Presence* VLKPresentObjects::presenceOf(const NS::EntityDescription& entity,
+                                                                 std::string_view guid) const {
     const Entry* entry = entryOf(entity);
-    return entry && entry->found.contains(std::string(guid));
+    if (!entry) return nullptr;
+    const auto asked = entry->asked.find(guid);
+    return asked != entry->asked.end() && asked->second.present ? &asked->second : nullptr;
+}
+
+bool VLKPresentObjects::has(const NS::EntityDescription& entity, std::string_view guid) const {
+    return presenceOf(entity, guid) != nullptr;
 }
 
 std::shared_ptr<VLKTransaction> VLKPresentObjects::transactionOfType(std::string_view type, const NS::EntityDescription& entity,
                                                                      const NS::Value& guid) const {
-    const Entry* entry = entryOf(entity);
-    if (!entry) return nullptr;
-    const auto found = entry->found.find(guid.stringOr(""));
-    if (found == entry->found.end()) return nullptr;
-    if (found->second) return VLKTransaction::transactionOfType(type, found->second);
+    const Presence* presence = presenceOf(entity, guid.asString().value_or(""));
+    if (!presence) return nullptr;
+    if (presence->object) return VLKTransaction::transactionOfType(type, presence->object);
     return VLKTransaction::transactionOfType(type, entity.managedObjectClassName(), guid, m_ctx);
 }
 

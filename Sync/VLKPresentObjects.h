@@ -3,9 +3,9 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
+#include "Sync/VLKGuidTable.h"
 #include "Sync/VLKSyncableKind.h"
 #include "objectstore/ManagedObjectContext.h"
 #include "platform/base/Array.h"
@@ -33,13 +33,18 @@ public:
                                                       const NS::Value& guid) const;
 
 private:
+    struct Presence {
+        bool present = false;
+        std::shared_ptr<NS::ManagedObject> object;  // where it cannot be found by its class
+    };
     struct Entry {
         VLKSyncableKind kind;
         bool foundByClass;  // the class's own look-up leads to this entity
-        NS::Array wanted;
-        std::unordered_map<std::string, std::shared_ptr<NS::ManagedObject>>
-            found;  // the object, where it cannot be found by its class
+        NS::Array wanted;   // not yet looked for
+        VLKGuidMap<Presence> asked;
     };
+    static void note(Entry& entry, std::string_view guid, std::shared_ptr<NS::ManagedObject> object);
+    const Presence* presenceOf(const NS::EntityDescription& entity, std::string_view guid) const;
     Entry* entryOf(const NS::EntityDescription& entity);
     const Entry* entryOf(const NS::EntityDescription& entity) const;
     NS::Result<void> fetchValues(Entry& entry);

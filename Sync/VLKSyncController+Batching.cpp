@@ -123,6 +123,8 @@ void VLKSyncController::launchChangesCommandWithJSON(std::optional<std::string> 
     command->setCompletionBlock(
         [this, batch = m_internals->batchNumber](const NS::Dictionary& answer) { m_internals->changesAnswered(answer, batch); });
     m_internals->commands.start(command);
+    // While the service works.
+    m_internals->onMainQueue([this] { m_ctx->forgetPreloaded(); });
 }
 
 void VLKSyncController::Internals::changesAnswered(const NS::Dictionary& answer, std::uint64_t batch) {

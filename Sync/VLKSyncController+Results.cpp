@@ -53,21 +53,22 @@ void VLKSyncController::downloadPage(std::int64_t page, NS::Dictionary download,
     command->setFailureBlock([failure](const NS::Error& error) {
         if (failure) failure(error);
     });
-    command->setCompletionBlock(
-        [this, page, download = std::move(download), completion, failure](const NS::Dictionary& answer) mutable {
-            const NS::Array transactions = VLKAnswer::array(answer, transactionsKey);
-            if (transactions.empty()) {
-                if (completion) completion(download);
-                return;
-            }
-            changeReport([](VLKCycleReport& report) { ++report.pages; });
-            // Taken out while it grows, so that it is not copied.
-            NS::Array all = VLKAnswer::array(download, transactionsKey);
-            download.remove(transactionsKey);
-            all.append(transactions);
-            download.set(transactionsKey, std::move(all));
-            downloadPage(page + 1, std::move(download), completion, failure);
-        });
+    // Copies of the block share what has come so far, so that it grows without being copied.
+    command->setCompletionBlock([this, page, sofar = std::make_shared<NS::Dictionary>(std::move(download)), completion,
+                                 failure](const NS::Dictionary& answer) {
+        NS::Dictionary whole = std::move(*sofar);
+        const NS::Array transactions = VLKAnswer::array(answer, transactionsKey);
+        if (transactions.empty()) {
+            if (completion) completion(whole);
+            return;
+        }
+        changeReport([](VLKCycleReport& report) { ++report.pages; });
+        NS::Array all = VLKAnswer::array(whole, transactionsKey);
+        whole.remove(transactionsKey);
+        all.append(transactions);
+        whole.set(transactionsKey, std::move(all));
+        downloadPage(page + 1, std::move(whole), completion, failure);
+    });
     command->setFinallyBlock([this, task] { endBackgroundOperation(task); });
     m_internals->commands.start(command);
 }
@@ -165,6 +166,8 @@ void VLKSyncController::Internals::answerWritten(const NS::Dictionary& answer, s
     if (batch == batchNumber) {
         if (self.m_batch) self.changeReport([this](VLKCycleReport& report) { report.sent += transactionsInRequest; });
         transactionsInRequest = 0;
+        // Freeing a large batch takes a while: after what is to be started now.
+        if (self.m_batch) onMainQueue([spent = std::make_shared<VLKTransactionMap>(std::move(*self.m_batch))] {});
         self.m_batch.reset();
     }
     self.resetTimer();
