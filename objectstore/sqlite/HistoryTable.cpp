@@ -1,5 +1,6 @@
 #include "objectstore/sqlite/HistoryTable.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "objectstore/ManagedObjectID.h"
@@ -30,12 +31,13 @@ Error damagedHistory(const Connection& connection) {
     return storeFileError(StoreError::notAStore, connection.file(), "is damaged: a row of its history cannot be read");
 }
 
-/// The changes of a run; none when these are not so many.
-Result<Array> changesOf(const Connection& connection, std::string_view archive, std::int64_t count) {
+/// The changes of a run, as many as it has numbers.
+Result<Array> changesOf(const Connection& connection, std::string_view archive, std::int64_t first, std::int64_t last) {
+    if (first < 1 || last < first) return damagedHistory(connection);
+    const auto count = static_cast<std::uint64_t>(last - first) + 1;
     auto root = unarchiveObjectWithData(archive);
     const Array* changes = root ? root.value().asArray() : nullptr;
-    if (!changes || count <= 0 || changes->size() % elementsPerChange != 0 ||
-        changes->size() / elementsPerChange != static_cast<std::uint64_t>(count))
+    if (!changes || changes->size() % elementsPerChange != 0 || changes->size() / elementsPerChange != count)
         return damagedHistory(connection);
     return *changes;
 }
@@ -84,7 +86,7 @@ Result<void> purgeWithinRun(Connection& connection, std::int64_t sequence) {
     const std::int64_t last = lease.value()->integer(0);
     const std::int64_t first = lease.value()->integer(1);
     if (first > sequence) return {};
-    auto changes = changesOf(connection, lease.value()->bytes(2), last - first + 1);
+    auto changes = changesOf(connection, lease.value()->bytes(2), first, last);
     if (!changes) return changes.error();
     lease.value().end();
     Array rest;
@@ -164,7 +166,7 @@ Result<void> readHistory(Connection& connection, const ManagedObjectModel& model
         head.process = statement.text(4);
         head.marked = statement.integer(5) != 0;
         if (wanted && !wanted(head)) return {};
-        auto changes = changesOf(connection, statement.bytes(6), head.last - head.first + 1);
+        auto changes = changesOf(connection, statement.bytes(6), head.first, head.last);
         if (!changes) return changes.error();
         const RunReader reader(model, head, changes.value());
         for (std::int64_t at = std::max(head.first, sequence + 1); at <= head.last; ++at) {
