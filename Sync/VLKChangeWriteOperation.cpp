@@ -51,7 +51,12 @@ void VLKChangeWriteOperation::main() {
 
 void VLKChangeWriteOperation::writeAnswer() {
     VLKLog& log = VLKLog::sharedInstance();
-    makeContext();
+    if (!makeContext()) {
+        // The host has closed its store: what came was not written, and must come again.
+        log.logMessageAtLevel(100, "There is no context to write the changes of the server with.");
+        m_storeFailed = true;
+        return tellDelegate();
+    }
     const auto transactions = convertJSONToTransactions(m_jsonData);
     log.logMessageAtLevel(300, "Processing %ld transactions.", transactions.size());
     if (const auto replayed = VLKPageReplay(*m_ctx, transactions).run(); !replayed) {
@@ -67,12 +72,13 @@ void VLKChangeWriteOperation::writeAnswer() {
     log.logMessageAtLevel(300, "Finished processing transactions");
 }
 
-void VLKChangeWriteOperation::makeContext() {
+bool VLKChangeWriteOperation::makeContext() {
     auto context = m_ctxCreator ? m_ctxCreator() : nullptr;
-    if (!context) throw Exception(InvalidArgumentException, "The context creator gave no context.");
+    if (!context) return false;
     context->setAuthor(std::string(VLKSyncAuthor));
     std::lock_guard lock(m_mutex);
     m_ctx = std::move(context);
+    return true;
 }
 
 std::vector<std::shared_ptr<VLKTransaction>> VLKChangeWriteOperation::convertJSONToTransactions(const Array& entries) const {

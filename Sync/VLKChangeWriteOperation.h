@@ -56,7 +56,7 @@ public:
     /// The "transaction" of each entry as a transaction in `ctx()`, in order.
     std::vector<std::shared_ptr<VLKTransaction>> convertJSONToTransactions(const NS::Array& entries) const;
 
-    /// More than five failed blob downloads, a store that could not be read (or, with `keepsEveryChange`, a failed save). Final
+    /// More than five failed blob downloads, a store that could not be read or a creator without a context (or, with `keepsEveryChange`, a failed save). Final
     /// once the completion block runs.
     bool failed() const noexcept;
     /// In the order of their occurrence. To be read by the completion block or after it.
@@ -76,7 +76,7 @@ public:
 
 private:
     void writeAnswer();
-    void makeContext();
+    bool makeContext();
     void finishedProcessing();
     void failWith(const NS::Error& storeError);
     void tellDelegate();

@@ -25,8 +25,8 @@ void VLKSyncController::sendFullObjectListing() {
     const std::uint32_t task = beginBackgroundOpWithHandler([] {});
     m_internals->postOnMainQueue(VLKStartingSyncNotification);
     m_readQueue->addOperation([this, task] {
-        const auto ctx = m_ctxCreator();
-        const auto guids = VLKSyncableObjectHasher(ctx, *this).guidsForAllKnownObjectsInContext(*ctx);
+        const auto ctx = m_ctxCreator();  // none when the host has closed its store
+        const auto guids = ctx ? VLKSyncableObjectHasher(ctx, *this).guidsForAllKnownObjectsInContext(*ctx) : std::nullopt;
         if (guids) {
             m_internals->onMainQueue([this, guids = *guids] { sendObjectListing(guids); });
         } else {

@@ -119,7 +119,7 @@ std::optional<NS::Array> VLKSyncableObjectHasher::guidsForAllKnownObjectsInConte
 }
 
 std::optional<NS::Array> VLKSyncableObjectHasher::knownShareableObjectsForHash() const {
-    const auto guids = guidsForAllKnownObjectsInContext(*m_ctx);
+    const auto guids = m_ctx ? guidsForAllKnownObjectsInContext(*m_ctx) : std::nullopt;
     if (!guids) return std::nullopt;
     std::vector<std::string_view> sorted;
     sorted.reserve(guids->size());

@@ -89,6 +89,27 @@ TEST_F(KnownObjectsTest, aFailedListingOrPageEndsTheCycle) {
     EXPECT_EQ((*controller->syncState())["HIGHEST_XACTION"], NS::Value(5));
 }
 
+TEST_F(KnownObjectsTest, aStoreThatTheHostHasClosedIsNotTakenForAnEmptyOne) {
+    bool closed = false;
+    controller.reset();
+    controller = std::make_unique<TestController>(service.url(), [&] { return closed ? nullptr : store.newContext(); });
+    controller->setEmailAddress("ann@example.org");
+    controller->setUserPassword("secret");
+    controller->setStateSavePath(statePath());
+    closed = true;
+    const std::string received = R"({"HIGHEST_XACTION":9,"new_xactions":[)" + receivedInsert("Note", "r") + "]}";
+    for (const std::string& answer :
+         {std::string(R"({"HIGHEST_XACTION":8,"SYNC_HASH":"OUT_OF_SYNC"})"), std::string(R"({"SYNC_HASH":"x"})"), received}) {
+        SCOPED_TRACE(answer);
+        answerChanges({answer});
+        sync();
+        EXPECT_EQ((*controller->syncState())["HIGHEST_XACTION"], NS::Value(8));
+        EXPECT_TRUE(controller->lastError());
+        EXPECT_EQ(service.requestCount(endpoint), 0U);
+        EXPECT_TRUE(controller->cycleReport().unlockAnswered);
+    }
+}
+
 TEST_F(KnownObjectsTest, theBodyNamesOnlyWhatIsSet) {
     controller->setAppId(std::nullopt);
     controller->setApiKey("key");

@@ -139,11 +139,15 @@ TEST_F(VLKChangeWriteOperationTest, AnExceptionEndsItWithAReportOnly) {
                                          testing::StartsWith("Reason: "), testing::_, "User Info: {\n}",
                                          format("The JSON Data being converted: %@", c.answer)));
     }
+}
+
+TEST_F(VLKChangeWriteOperationTest, WithoutAContextItFails) {
     const auto contextless = std::make_shared<VLKChangeWriteOperation>(
-        cases[0].answer, [] { return nullptr; }, "", "", "", "");
+        answerWith(Array{insertOfTag("t1")}), [] { return nullptr; }, "", "", "", "");
     LogCapture log;
     contextless->main();
-    EXPECT_TRUE(log.contains("Exception occurred in a background thread."));
+    EXPECT_TRUE(contextless->failed());
+    EXPECT_THAT(log.entries(), ElementsAre("There is no context to write the changes of the server with."));
 }
 
 TEST_F(VLKChangeWriteOperationTest, AFailedSaveCountsOnlyForThoseWhoKeepEveryChange) {
