@@ -70,6 +70,7 @@ void VLKSyncController::logoutWithCallback(VLKResultCallback callback) {
     m_internals->commands.start(command);
     NS::CookieStorage::sharedStorage().deleteSessionCookiesForURL(m_serverUrl);
     m_changes.clear();
+    m_internals->batchIsForsaken = true;
     setUserId({});
     setEmailAddress(std::nullopt);
     setUserPassword(std::nullopt);

@@ -73,6 +73,7 @@ void VLKSyncController::readyCurrentChunk() {
     while (!m_changes.empty() && !(m_enableChunking && chunk.size() == chunkSize)) m_changes.moveTo(chunk, m_changes.begin());
     m_batch = std::move(chunk);
     ++m_internals->batchNumber;
+    m_internals->batchIsForsaken = false;
     if (const auto loaded = VLKBatchWriter::loadObjects(*m_batch); !loaded)
         throw NS::Exception(NS::InternalInconsistencyException,
                             NS::format("Unable to bring the batch up to date: %@", loaded.error()));
@@ -102,6 +103,7 @@ void VLKSyncController::resetBatch() {
     if (!m_latestSyncResult) m_internals->dropBlobTransfers();
     VLKTransactionMap restored = std::move(*m_batch);
     m_batch.reset();
+    if (m_internals->batchIsForsaken) return;
     Internals::addNewer(std::move(m_changes), restored);
     m_changes = std::move(restored);
     if (!m_changes.empty()) m_internals->savePacing.changeFiled();

@@ -58,6 +58,8 @@ struct VLKSyncController::Internals {
     std::function<bool()> cycleGuard;
     /// Names the latest batch: an answer acknowledges the batch of its own request, not one that has left since.
     std::uint64_t batchNumber = 0;
+    /// The batch's user has logged out since: nothing of it comes back among the pending changes of the next one.
+    bool batchIsForsaken = false;
     /// Transactions of the batch that have a place in the request.
     std::int64_t transactionsInRequest = 0;
     /// Names the batch of the answer that is held back while blobs upload.

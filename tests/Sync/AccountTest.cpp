@@ -96,6 +96,24 @@ TEST_F(AccountTest, logoutForgetsAtOnce) {
     EXPECT_EQ(outcomeOf([this](auto done) { controller->logoutWithCallback(done); }), "no 500");
 }
 
+TEST_F(AccountTest, whatIsOnItsWayAtALogoutDoesNotReachTheNextUser) {
+    service.script("POST", "/users/7/transactions.json", {FakeAnswer::json("{}", 500).heldUntilReleased(), FakeAnswer::json("{}", 500)});
+    addNote("ann's");
+    save();
+    controller->sendUpdates();
+    ASSERT_TRUE(service.awaitRequests(1, "/users/7/transactions.json"));
+    controller->logout();
+    controller->setEmailAddress("bob@example.org");
+    controller->setUserPassword("pw");
+    addNote("bob's");
+    save();
+    service.release();
+    ASSERT_TRUE(runUntil([this] { return controller->cycleReport().unlockAnswered; }));
+    EXPECT_THAT(pending(), ElementsAre("bob's INSERT"));
+    sync();
+    EXPECT_THAT(pending(), ElementsAre("bob's INSERT")) << "his own changes come back";
+}
+
 TEST_F(AccountTest, logoutDropsTheSessionCookiesOfTheService) {
     service.script("GET", "/clientinfo.json",
                    {FakeAnswer::json("{}")
