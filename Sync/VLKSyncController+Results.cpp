@@ -108,8 +108,8 @@ void VLKSyncController::Internals::write(const NS::Dictionary& answer,
                                          std::function<void(const VLKChangeWriteOperation&)> progressed,
                                          std::function<void()> written, FailureBlock failed) {
     const auto operation =
-        std::make_shared<VLKChangeWriteOperation>(answer, self.m_ctxCreator, self.m_serverUrl, self.m_emailAddress.value_or(""),
-                                                  self.m_userPassword.value_or(""), NS::describe(self.m_appId));
+        std::make_shared<VLKChangeWriteOperation>(answer, self.m_ctxCreator, self.m_serverUrl, NS::describe(self.m_emailAddress),
+                                                  NS::describe(self.m_userPassword), NS::describe(self.m_appId));
     operation->setKeepsEveryChange(history != nullptr);
     const std::weak_ptr<VLKChangeWriteOperation> weak = operation;
     const auto token = operation->progress().addObserverForKeyPath(

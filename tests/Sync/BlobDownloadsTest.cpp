@@ -72,6 +72,19 @@ TEST_F(BlobDownloadsTest, blobsComeDownOneAfterTheOtherAndAreSavedWithTheirObjec
     EXPECT_THAT(pending(), IsEmpty()) << "what came down is not sent back";
 }
 
+TEST_F(BlobDownloadsTest, afterALogoutTheCredentialsAreMissingOnes) {
+    keepBlobs({"a"});
+    service.script("POST", "/users/7/transactions.json",
+                   {FakeAnswer::json(answer(receivedInsert("Attachment", "a"))).heldUntilReleased()});
+    controller->sendUpdates();
+    ASSERT_TRUE(service.awaitRequests(1, "/users/7/transactions.json"));
+    controller->logout();
+    service.release();
+    ASSERT_TRUE(runUntil([this] { return controller->cycleReport().unlockAnswered; }));
+    EXPECT_EQ(service.requests("/client_apps/org.velkor.test/blobs/a/").front().header("Authorization"),
+              "Basic KG51bGwpOihudWxsKQ==");
+}
+
 TEST_F(BlobDownloadsTest, onlyObjectsThatAreThereHaveBlobsToFetch) {
     insertObject(*host, "Attachment", "deleted");
     insertObject(*host, "Attachment", "expired", {{"content", NS::Data::copyOf("old")}});
