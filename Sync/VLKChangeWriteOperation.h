@@ -56,8 +56,8 @@ public:
     /// The "transaction" of each entry as a transaction in `ctx()`, in order.
     std::vector<std::shared_ptr<VLKTransaction>> convertJSONToTransactions(const NS::Array& entries) const;
 
-    /// More than five failed blob downloads, a store that could not be read or a creator without a context (or, with `keepsEveryChange`, a failed save). Final
-    /// once the completion block runs.
+    /// More than five failed blob downloads, a store that could not be read, a creator that gave no context (or, with
+    /// `keepsEveryChange`, a failed save). Final once the completion block runs.
     bool failed() const noexcept;
     /// In the order of their occurrence. To be read by the completion block or after it.
     const std::vector<NS::Error>& errors() const noexcept { return m_errors; }

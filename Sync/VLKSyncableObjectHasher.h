@@ -30,8 +30,8 @@ public:
     /// Their GUIDs and those of the generic values that are set, without making objects where possible; none when the store could
     /// not be read.
     std::optional<NS::Array> guidsForAllKnownObjectsInContext(NS::ManagedObjectContext& ctx) const;
-    /// The GUIDs of `ctx` in the order in which they are hashed, duplicates kept; none without a context or when the store could not
-    /// be read.
+    /// The GUIDs of `ctx` in the order in which they are hashed, duplicates kept; none without a context or when the store could
+    /// not be read.
     std::optional<NS::Array> knownShareableObjectsForHash() const;
     /// Base64 of the SHA-256 of the sorted GUIDs, 44 characters; none when the store could not be read. It is remembered by the
     /// store's coordinator until a save touches a GUID.

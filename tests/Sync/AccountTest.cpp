@@ -97,7 +97,8 @@ TEST_F(AccountTest, logoutForgetsAtOnce) {
 }
 
 TEST_F(AccountTest, whatIsOnItsWayAtALogoutDoesNotReachTheNextUser) {
-    service.script("POST", "/users/7/transactions.json", {FakeAnswer::json("{}", 500).heldUntilReleased(), FakeAnswer::json("{}", 500)});
+    service.script("POST", "/users/7/transactions.json",
+                   {FakeAnswer::json("{}", 500).heldUntilReleased(), FakeAnswer::json("{}", 500)});
     addNote("ann's");
     save();
     controller->sendUpdates();
