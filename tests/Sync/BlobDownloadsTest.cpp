@@ -1,6 +1,8 @@
 // Blobs of received objects: downloaded before the answer is saved.
 #include <gmock/gmock.h>
 
+#include <utility>
+
 #include "Sync/VLKChangeWriteOperation.h"
 #include "tests/Sync/ControllerTest.h"
 #include "tests/Sync/FakeBlobStore.h"
@@ -32,15 +34,17 @@ protected:
             blobs.keep(guid + "/thumbnail", "");
         }
     }
-    /// Starts a cycle and waits until the step is on its way, its answer held.
-    void syncUntilHeld(const std::string& held) {
-        blobs.intercept([held](const std::string& step) -> std::optional<FakeAnswer> {
-            if (step != held) return std::nullopt;
+    /// Starts a cycle and waits until the blob's download is on its way, its answer held.
+    void syncUntilHeld(const std::string& blob) {
+        const std::string step = "download " + blob, target = "/store/" + blob;
+        blobs.intercept([step, held = false](const std::string& seen) mutable -> std::optional<FakeAnswer> {
+            if (seen != step || std::exchange(held, true)) return std::nullopt;
             return FakeAnswer::text("late").heldUntilReleased();
         });
+        const auto before = service.requestCount(target);
         controller->sendUpdates();
-        ASSERT_TRUE(runUntil([&] { return blobs.countOf(held) == 1; }));
-        blobs.intercept(nullptr);
+        ASSERT_TRUE(service.awaitRequests(before + 1, target));
+        ASSERT_TRUE(runUntil([&] { return blobs.countOf(step) == 1; }));
     }
 
     FakeBlobStore blobs{service};
@@ -160,7 +164,7 @@ TEST_F(BlobDownloadsTest, whatTheUserChangesMeanwhileStays) {
     blobs.keep("a/content", "old");
     answerChanges({answer(receivedInsert("Attachment", "a", R"(,"fileName":"old")") + "," + receivedInsert("Attachment", "b")),
                    R"({"HIGHEST_XACTION":9,"SYNC_HASH":"IN_SYNC"})"});
-    syncUntilHeld("download b/thumbnail");
+    syncUntilHeld("b/thumbnail");
     fetchObject(*host, "Attachment", "a")->setValueForKey("mine", "fileName");
     fetchObject(*host, "Attachment", "a")->setValueForKey(NS::Data::copyOf("mine too"), "content");
     save();
@@ -190,7 +194,7 @@ TEST_F(BlobDownloadsTest, aListingsAnswerBringsItsBlobsToo) {
 TEST_F(BlobDownloadsTest, aCancelledWriteGivesUp) {
     keepBlobs({"a"});
     receive(receivedInsert("Attachment", "a"));
-    syncUntilHeld("download a/content");
+    syncUntilHeld("a/content");
     controller->saveQueue().cancelAllOperations();
     ASSERT_TRUE(runUntil([this] { return controller->cycleReport().unlockAnswered; }));
     EXPECT_TRUE(controller->lastError());
@@ -205,7 +209,7 @@ TEST_F(BlobDownloadsTest, aCancelledWriteGivesUp) {
 TEST_F(BlobDownloadsTest, teardownDoesNotWaitForADownload) {
     keepBlobs({"a"});
     receive(receivedInsert("Attachment", "a"));
-    syncUntilHeld("download a/content");
+    syncUntilHeld("a/content");
     controller.reset();
     service.release();
     settle();
