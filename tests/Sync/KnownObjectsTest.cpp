@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "PelmoLib/encodings/NSDate+Utils.h"
+#include "platform/concurrency/RunLoop.h"
 #include "platform/persistence/PropertyList.h"
 #include "tests/Sync/ControllerTest.h"
 
@@ -139,8 +140,12 @@ TEST_F(KnownObjectsTest, threeListingsWithinTwentyMinutesAreALoop) {
     EXPECT_EQ(times[0], NS::Value(at(1)));
     EXPECT_GT(times[2].asDate()->timeIntervalSince1970(), 1e9);
     bool onAnotherThread = true;
-    controller->hashingQueue().addOperation([&] { onAnotherThread = controller->areWeLoopingOnKnownObjects(); });
-    ASSERT_TRUE(runUntil([this] { return controller->hashingQueue().operationCount() == 0; }));
+    bool answered = false;
+    controller->hashingQueue().addOperation([&] {
+        onAnotherThread = controller->areWeLoopingOnKnownObjects();
+        NS::RunLoop::main().post([&] { answered = true; });
+    });
+    ASSERT_TRUE(runUntil([&] { return answered; }));
     EXPECT_FALSE(onAnotherThread);
 }
 
