@@ -189,9 +189,9 @@ public:
 
     // --- Account: each a request of its own; callbacks may be empty ---
     void signupWithEmailAddress(std::string emailAddress, std::string password, VLKResultCallback callback);
-    /// Keeps the credentials and proves them by a lock and unlock. A refused login is reported twice. Success is reported while the
-    /// unlock is under way: until `cycleReport().unlockAnswered` other clients find the lock taken, and a forced sync waits for the
-    /// timer's next cycle.
+    /// Keeps the credentials and proves them by a lock and unlock. A refused login is reported twice. Success is reported while
+    /// the unlock is under way: until `cycleReport().unlockAnswered` other clients find the lock taken, and a forced sync waits
+    /// for the timer's next cycle.
     void loginWithEmailAddress(std::string emailAddress, std::string password, VLKResultCallback callback);
     bool loggedIn() const noexcept { return !userId().isNil(); }
     void logout();

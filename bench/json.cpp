@@ -50,7 +50,9 @@ const std::string& answer() {
     return text;
 }
 
-void countBytes(benchmark::State& state) { state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * answer().size())); }
+void countBytes(benchmark::State& state) {
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * answer().size()));
+}
 
 void parse(benchmark::State& state) {
     answer();

@@ -78,7 +78,8 @@ std::string changesOf(char side, int cycle, std::int64_t highest) {
     std::string body = R"({"xactions":{)";
     for (int i = 0; i < changesPerCycle; ++i) {
         const std::string guid = side + std::to_string(i);
-        body += (i > 0 ? ",\"" : "\"") + guid + R"(":{"xaction_time":"2024-05-06T07:08:09+0000","xaction_type":"UPDATE_XACTION",)" +
+        body += (i > 0 ? ",\"" : "\"") + guid +
+                R"(":{"xaction_time":"2024-05-06T07:08:09+0000","xaction_type":"UPDATE_XACTION",)" +
                 R"("xaction_object_type":"Note","xaction_object_guid":")" + guid + R"(","xaction_object":")" + payload + "\"}";
     }
     return body + R"(},"HIGHEST_XACTION":)" + std::to_string(highest) + R"(,"app_id":"app","instance_id":")" + side +
@@ -118,10 +119,16 @@ public:
         errors += failed;
         if (failed) return;
         switch (m_step) {
-            case Step::signUp: return;
-            case Step::lock: m_id = *answer()["user_id"].asInteger(); return startChanges();
-            case Step::changes: takeChanges(); return startUnlock();
-            case Step::unlock: return ++m_cycle < m_last ? startLock() : void();
+            case Step::signUp:
+                return;
+            case Step::lock:
+                m_id = *answer()["user_id"].asInteger();
+                return startChanges();
+            case Step::changes:
+                takeChanges();
+                return startUnlock();
+            case Step::unlock:
+                return ++m_cycle < m_last ? startLock() : void();
         }
     }
 
@@ -232,7 +239,8 @@ int main(int count, char** arguments) {
     std::sort(times.begin(), times.end());
     const double median = times[times.size() / 2], p99 = times[times.size() * 99 / 100];
     const bool good = errors == 0 && times.size() == users * cycles * 3u && p99 < mostTimesTheMedian * median;
-    std::printf("%d users at once: %zu requests in %.1f s, %d errors, median %.1f ms, p99 %.1f ms (%.1f x), slowest %.1f ms: %s\n", users,
-                times.size(), seconds, errors, median, p99, p99 / median, times.back(), good ? "good" : "NOT GOOD");
+    std::printf(
+        "%d users at once: %zu requests in %.1f s, %d errors, median %.1f ms, p99 %.1f ms (%.1f x), slowest %.1f ms: %s\n", users,
+        times.size(), seconds, errors, median, p99, p99 / median, times.back(), good ? "good" : "NOT GOOD");
     return good ? 0 : 1;
 }

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/base/Export.h"
 #include "platform/base/Date.h"
+#include "platform/base/Export.h"
 #include "platform/base/Object.h"
 
 namespace velkor::NS {

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/Export.h"
 #include "objectstore/AttributeType.h"
+#include "platform/base/Export.h"
 #include "platform/base/Value.h"
 
 namespace velkor::NS {

@@ -6,10 +6,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/Export.h"
 #include "objectstore/EntityDescription.h"
 #include "objectstore/ManagedObjectID.h"
 #include "objectstore/ObjectSet.h"
+#include "platform/base/Export.h"
 #include "platform/base/Object.h"
 #include "platform/base/Value.h"
 
@@ -19,9 +19,9 @@ class ManagedObjectContext;
 struct ContextState;
 struct ObjectState;
 
-/// An object of the store, registered in one context and confined to that context's thread. Hosts derive their classes from it and
-/// register them with ObjectClass. Reading an object that is a fault loads it (and others of its kind that are still faults, in one
-/// batch). A deleted object still answers its last values.
+/// An object of the store, registered in one context and confined to that context's thread. Hosts derive their classes from it
+/// and register them with ObjectClass. Reading an object that is a fault loads it (and others of its kind that are still faults,
+/// in one batch). A deleted object still answers its last values.
 class VELKOR_EXPORT ManagedObject : public Object {
 public:
     ManagedObject();
@@ -34,7 +34,8 @@ public:
     std::string_view className() const noexcept override;
 
     /// Key-value access: runs the class's registered accessor if there is one. An attribute gives its value (nil: none), a to-one
-    /// relationship the object or nil, a to-many relationship an ObjectSet. An unknown name raises the invalid-argument exception.
+    /// relationship the object or nil, a to-many relationship an ObjectSet. An unknown name raises the invalid-argument
+    /// exception.
     Value valueForKey(std::string_view name) const;
     /// For a relationship: an object, nil, or an ObjectSet. Both sides of an inverse are kept in step and marked as updated.
     void setValueForKey(const Value& value, std::string_view name);

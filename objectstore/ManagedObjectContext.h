@@ -8,12 +8,12 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/Export.h"
 #include "objectstore/ChangeRecord.h"
 #include "objectstore/FetchRequest.h"
 #include "objectstore/ManagedObject.h"
 #include "objectstore/ObjectSet.h"
 #include "objectstore/PersistentStoreCoordinator.h"
+#include "platform/base/Export.h"
 #include "platform/base/Object.h"
 #include "platform/base/Result.h"
 
@@ -30,22 +30,23 @@ inline constexpr std::string_view UpdatedObjectsKey = "updated";
 inline constexpr std::string_view DeletedObjectsKey = "deleted";
 inline constexpr std::string_view ChangeRecordKey = "changeRecord";
 
-/// Confinement: used by the thread that made it. Main queue: by the main thread. Private queue: by whichever thread runs the queue
-/// that owns it, one at a time (not asserted).
+/// Confinement: used by the thread that made it. Main queue: by the main thread. Private queue: by whichever thread runs the
+/// queue that owns it, one at a time (not asserted).
 enum class ConcurrencyType { confinement, privateQueue, mainQueue };
 
 /// How a save treats rows that somebody changed since they were read.
 enum class MergePolicy {
-    error,          // the save fails, nothing is written
-    storeWins,      // the row's values replace the object's in conflict
-    objectWins,     // the object's changed properties are written, the others follow the row
+    error,       // the save fails, nothing is written
+    storeWins,   // the row's values replace the object's in conflict
+    objectWins,  // the object's changed properties are written, the others follow the row
 };
 
-/// A working copy of a store: objects by identity, unsaved changes, fetches, saves. Unchanged objects live as long as somebody holds
-/// them; changed ones are held until they are saved, rolled back or reset. Debug builds assert the confinement.
+/// A working copy of a store: objects by identity, unsaved changes, fetches, saves. Unchanged objects live as long as somebody
+/// holds them; changed ones are held until they are saved, rolled back or reset. Debug builds assert the confinement.
 class VELKOR_EXPORT ManagedObjectContext : public Object {
 public:
-    static std::shared_ptr<ManagedObjectContext> create(std::shared_ptr<PersistentStoreCoordinator> coordinator, ConcurrencyType type = ConcurrencyType::confinement);
+    static std::shared_ptr<ManagedObjectContext> create(std::shared_ptr<PersistentStoreCoordinator> coordinator,
+                                                        ConcurrencyType type = ConcurrencyType::confinement);
     ~ManagedObjectContext() override;
 
     const std::shared_ptr<PersistentStoreCoordinator>& persistentStoreCoordinator() const noexcept;
@@ -63,23 +64,26 @@ public:
     /// Applies the delete rules at once; a denied deletion fails the save.
     void deleteObject(const std::shared_ptr<ManagedObject>& object);
 
-    /// Objects that fulfil the request, the context's unsaved work included. Objects without unsaved changes are brought up to date
-    /// with their rows.
+    /// Objects that fulfil the request, the context's unsaved work included. Objects without unsaved changes are brought up to
+    /// date with their rows.
     Result<std::vector<std::shared_ptr<ManagedObject>>> executeFetchRequest(const FetchRequest& request);
     Result<std::size_t> countForFetchRequest(const FetchRequest& request);
-    /// The named attributes' values of each match without making objects; unsaved work is not seen. The span is valid in the call.
-    Result<void> enumerateValues(const FetchRequest& request, std::span<const std::string> attributes, const std::function<void(std::span<const Value>)>& handle);
+    /// The named attributes' values of each match without making objects; unsaved work is not seen. The span is valid in the
+    /// call.
+    Result<void> enumerateValues(const FetchRequest& request, std::span<const std::string> attributes,
+                                 const std::function<void(std::span<const Value>)>& handle);
 
     /// Loads all objects of the entity whose attribute has one of the values, in one fetch, and remembers which values have none:
     /// until the next save, rollback, reset or merge, fetches of the form "attribute == value" for these values are answered from
     /// memory, unsaved work included. The result holds the objects, so that they stay.
     Result<ObjectSet> preloadObjects(const EntityDescription& entity, const AttributeDescription& attribute, const Array& values);
     /// Loads the relationship's destinations of all the objects in one scan (and the destination objects in one more).
-    Result<void> prefetchRelationship(const std::vector<std::shared_ptr<ManagedObject>>& objects, const RelationshipDescription& relationship);
+    Result<void> prefetchRelationship(const std::vector<std::shared_ptr<ManagedObject>>& objects,
+                                      const RelationshipDescription& relationship);
     /// Lets go of what the two calls above keep in memory, as the next save or merge would.
     void forgetPreloaded();
-    /// Brings these objects up to date with their rows, one fetch an entity; unsaved changes stay. Objects whose rows are gone become
-    /// deleted (isDeleted) without being part of the next save.
+    /// Brings these objects up to date with their rows, one fetch an entity; unsaved changes stay. Objects whose rows are gone
+    /// become deleted (isDeleted) without being part of the next save.
     Result<void> refreshObjects(const std::vector<std::shared_ptr<ManagedObject>>& objects);
 
     /// A registered object, or a fault that is not checked against the store.
@@ -92,8 +96,8 @@ public:
     ObjectSet insertedObjects() const;
     ObjectSet updatedObjects() const;
     ObjectSet deletedObjects() const;
-    /// Writes all changes in one transaction, then posts the did-save notification (not when there was nothing to write). On failure
-    /// nothing is written and the context still holds its changes.
+    /// Writes all changes in one transaction, then posts the did-save notification (not when there was nothing to write). On
+    /// failure nothing is written and the context still holds its changes.
     Result<void> save();
     /// Drops all unsaved changes.
     void rollback();

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/Export.h"
 #include "objectstore/EntityDescription.h"
+#include "platform/base/Export.h"
 #include "platform/base/Result.h"
 
 namespace velkor::NS {
@@ -44,8 +44,10 @@ public:
         Entity& className(std::string_view name);
         Entity& attribute(std::string_view name, AttributeType type, bool optional = true, Value defaultValue = {});
         /// An empty inverse name: the relationship has no inverse.
-        Entity& toOne(std::string_view name, std::string_view destination, std::string_view inverse, DeleteRule rule = DeleteRule::nullify, bool optional = true);
-        Entity& toMany(std::string_view name, std::string_view destination, std::string_view inverse, DeleteRule rule = DeleteRule::nullify, bool optional = true);
+        Entity& toOne(std::string_view name, std::string_view destination, std::string_view inverse,
+                      DeleteRule rule = DeleteRule::nullify, bool optional = true);
+        Entity& toMany(std::string_view name, std::string_view destination, std::string_view inverse,
+                       DeleteRule rule = DeleteRule::nullify, bool optional = true);
 
     private:
         friend class ModelBuilder;
@@ -58,8 +60,8 @@ public:
     /// The entity of that name, added when it is new.
     Entity entity(std::string_view name);
     void identityAttribute(std::string_view name);
-    /// Checks names, default values, destinations and inverses; the builder is empty afterwards. Names consist of letters, digits and
-    /// underscores, begin with no digit, and differ by more than the case of their letters.
+    /// Checks names, default values, destinations and inverses; the builder is empty afterwards. Names consist of letters, digits
+    /// and underscores, begin with no digit, and differ by more than the case of their letters.
     Result<std::shared_ptr<const ManagedObjectModel>> build();
 
 private:

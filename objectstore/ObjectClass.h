@@ -28,14 +28,17 @@ public:
     /// Adds the class; registering a name again replaces its record. T derives from ManagedObject and has a default constructor.
     template <class T>
     static ObjectClass& registerClass(std::string_view name) {
-        return registerClass(name, [] { return std::static_pointer_cast<ManagedObject>(std::make_shared<T>()); }, typeid(T));
+        return registerClass(
+            name, [] { return std::static_pointer_cast<ManagedObject>(std::make_shared<T>()); }, typeid(T));
     }
     static ObjectClass& registerClass(std::string_view name, Factory factory, std::type_index type);
     /// Null when no class of that name is registered.
     static const ObjectClass* forName(std::string_view name) noexcept;
     /// The record of a C++ class, or null.
     template <class T>
-    static const ObjectClass* of() noexcept { return forType(typeid(T)); }
+    static const ObjectClass* of() noexcept {
+        return forType(typeid(T));
+    }
     static const ObjectClass* forType(std::type_index type) noexcept;
 
     const std::string& name() const noexcept { return m_name; }

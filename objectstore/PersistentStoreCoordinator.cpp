@@ -71,12 +71,10 @@ Result<std::int64_t> PersistentStoreCoordinator::newestHistorySequence() const {
     });
 }
 
-Result<void> PersistentStoreCoordinator::historyAfter(std::int64_t sequence,
-                                                      const std::function<void(HistoryRow&&)>& handle,
+Result<void> PersistentStoreCoordinator::historyAfter(std::int64_t sequence, const std::function<void(HistoryRow&&)>& handle,
                                                       const std::function<bool(const HistoryHead&)>& wanted) const {
-    return m_state->withConnection([&](Connection& connection) {
-        return sqlite::readHistory(connection, managedObjectModel(), sequence, handle, wanted);
-    });
+    return m_state->withConnection(
+        [&](Connection& connection) { return sqlite::readHistory(connection, managedObjectModel(), sequence, handle, wanted); });
 }
 
 Result<void> PersistentStoreCoordinator::purgeHistory(std::int64_t sequence) {

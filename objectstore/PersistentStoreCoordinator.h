@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/Export.h"
 #include "objectstore/History.h"
 #include "objectstore/ManagedObjectModel.h"
+#include "platform/base/Export.h"
 #include "platform/base/Object.h"
 #include "platform/base/Result.h"
 
@@ -21,17 +21,17 @@ class StoreSession;
 
 /// Codes of the store's errors (domain: PlatformErrorDomain). The description says what is wrong with which file.
 namespace StoreError {
-inline constexpr std::int64_t notAStore = 134000;         // damaged, or a file of another kind
-inline constexpr std::int64_t incompatibleModel = 134100; // no migration can be inferred; the file is untouched
+inline constexpr std::int64_t notAStore = 134000;          // damaged, or a file of another kind
+inline constexpr std::int64_t incompatibleModel = 134100;  // no migration can be inferred; the file is untouched
 inline constexpr std::int64_t diskFull = 134200;
 inline constexpr std::int64_t readOnly = 134201;
-inline constexpr std::int64_t busy = 134202;              // locked by another process for longer than the busy time-out
+inline constexpr std::int64_t busy = 134202;  // locked by another process for longer than the busy time-out
 inline constexpr std::int64_t ioFailure = 134203;
-inline constexpr std::int64_t validation = 134300;        // a value that cannot be stored, or a required one missing
-inline constexpr std::int64_t mergeConflict = 134400;     // with the error merge policy
-inline constexpr std::int64_t deleteDenied = 134500;      // a delete rule forbids it
-inline constexpr std::int64_t badRequest = 134600;        // unknown entity or property in a fetch
-inline constexpr std::int64_t noSuchObject = 134700;      // no row for an identifier
+inline constexpr std::int64_t validation = 134300;     // a value that cannot be stored, or a required one missing
+inline constexpr std::int64_t mergeConflict = 134400;  // with the error merge policy
+inline constexpr std::int64_t deleteDenied = 134500;   // a delete rule forbids it
+inline constexpr std::int64_t badRequest = 134600;     // unknown entity or property in a fetch
+inline constexpr std::int64_t noSuchObject = 134700;   // no row for an identifier
 }  // namespace StoreError
 
 struct StoreOptions {
@@ -49,7 +49,9 @@ struct StoreOptions {
 class VELKOR_EXPORT PersistentStoreCoordinator : public Object {
 public:
     /// Opens (creates, migrates) the file.
-    static Result<std::shared_ptr<PersistentStoreCoordinator>> open(std::shared_ptr<const ManagedObjectModel> model, const std::filesystem::path& file, const StoreOptions& options = {});
+    static Result<std::shared_ptr<PersistentStoreCoordinator>> open(std::shared_ptr<const ManagedObjectModel> model,
+                                                                    const std::filesystem::path& file,
+                                                                    const StoreOptions& options = {});
     ~PersistentStoreCoordinator() override;
 
     const ManagedObjectModel& managedObjectModel() const noexcept;
@@ -64,9 +66,10 @@ public:
     /// Starts keeping history in a store that was opened without it; stays on for the file.
     Result<void> enableHistory(std::vector<std::string> keptAttributes);
     Result<std::int64_t> newestHistorySequence() const;
-    /// Rows above `sequence`, oldest first, handed out one by one; `wanted` is asked first about rows that belong together, so that
-    /// others need not be read.
-    Result<void> historyAfter(std::int64_t sequence, const std::function<void(HistoryRow&&)>& handle, const std::function<bool(const HistoryHead&)>& wanted = {}) const;
+    /// Rows above `sequence`, oldest first, handed out one by one; `wanted` is asked first about rows that belong together, so
+    /// that others need not be read.
+    Result<void> historyAfter(std::int64_t sequence, const std::function<void(HistoryRow&&)>& handle,
+                              const std::function<bool(const HistoryHead&)>& wanted = {}) const;
     /// Removes rows up to and including `sequence`.
     Result<void> purgeHistory(std::int64_t sequence);
     /// The flag that history rows of this process carry from now on (HistoryRow::marked); true at opening.
@@ -74,8 +77,8 @@ public:
     /// This opening's value of HistoryRow::process.
     const std::string& historyProcess() const noexcept;
 
-    /// A stamp that differs whenever a save of any process inserted or deleted an object of one of the watched entities or changed
-    /// one of the watched attributes since. Declared under a name, kept in the file, so that every process heeds it.
+    /// A stamp that differs whenever a save of any process inserted or deleted an object of one of the watched entities or
+    /// changed one of the watched attributes since. Declared under a name, kept in the file, so that every process heeds it.
     struct Watched {
         std::string entity;
         std::vector<std::string> attributes;

@@ -12,8 +12,8 @@ namespace velkor::NS {
 
 class ManagedObject;
 
-/// A condition on an entity's objects. Immutable and shared; any thread. Names are attributes or to-one relationships (compared with
-/// an object, its identifier or nil). Texts compare exactly, by bytes.
+/// A condition on an entity's objects. Immutable and shared; any thread. Names are attributes or to-one relationships (compared
+/// with an object, its identifier or nil). Texts compare exactly, by bytes.
 class VELKOR_EXPORT Predicate {
 public:
     enum class Kind { always, comparison, in, conjunction, disjunction, negation };
@@ -30,8 +30,8 @@ public:
     Kind kind() const noexcept;
     const std::string& name() const noexcept;
     Comparison comparison() const noexcept;
-    const Value& value() const noexcept;    // comparison
-    const Array& values() const noexcept;   // in
+    const Value& value() const noexcept;   // comparison
+    const Array& values() const noexcept;  // in
     const std::vector<Predicate>& parts() const noexcept;
     /// Whether the object fulfils it, by its current values.
     bool evaluate(const ManagedObject& object) const;

@@ -35,7 +35,8 @@ struct SaveStamp {
 
 enum class WriteOutcome { written, changedSince, missing };
 
-/// Used by one thread at a time. Reads outside begin/commit each see the newest committed state; a reader never waits for a writer.
+/// Used by one thread at a time. Reads outside begin/commit each see the newest committed state; a reader never waits for a
+/// writer.
 class StoreSession {
 public:
     virtual ~StoreSession() = default;  // rolls an open transaction back
@@ -44,10 +45,13 @@ public:
     virtual Result<void> fetch(const FetchRequest& request, const std::function<void(StoredRow&&)>& handle) = 0;
     virtual Result<std::size_t> count(const FetchRequest& request) = 0;
     /// The named attributes' values of each match (to-one relationships: keys), valid during the call only.
-    virtual Result<void> project(const FetchRequest& request, std::span<const std::string> names, const std::function<void(RowKey, std::span<const Value>)>& handle) = 0;
-    virtual Result<void> rows(const EntityDescription& entity, std::span<const RowKey> keys, const std::function<void(StoredRow&&)>& handle) = 0;
+    virtual Result<void> project(const FetchRequest& request, std::span<const std::string> names,
+                                 const std::function<void(RowKey, std::span<const Value>)>& handle) = 0;
+    virtual Result<void> rows(const EntityDescription& entity, std::span<const RowKey> keys,
+                              const std::function<void(StoredRow&&)>& handle) = 0;
     /// The links of a to-many relationship of the owners, grouped by owner, one scan.
-    virtual Result<void> destinations(const RelationshipDescription& relationship, std::span<const RowKey> owners, const std::function<void(RowKey owner, RowKey destination)>& handle) = 0;
+    virtual Result<void> destinations(const RelationshipDescription& relationship, std::span<const RowKey> owners,
+                                      const std::function<void(RowKey owner, RowKey destination)>& handle) = 0;
 
     // Writing, between begin and commit. A failure leaves the transaction open for rollback.
     virtual Result<void> begin() = 0;
@@ -55,14 +59,16 @@ public:
     virtual Result<RowKey> insert(const EntityDescription& entity, RowKey key, std::span<const Value> values) = 0;
     /// Writes the columns whose places in `values` are named by `changed`, if the row still has `expectedVersion` (any when -1);
     /// the row's version goes up by one.
-    virtual Result<WriteOutcome> update(const EntityDescription& entity, RowKey key, std::int64_t expectedVersion, std::span<const std::size_t> changed, std::span<const Value> values) = 0;
+    virtual Result<WriteOutcome> update(const EntityDescription& entity, RowKey key, std::int64_t expectedVersion,
+                                        std::span<const std::size_t> changed, std::span<const Value> values) = 0;
     virtual Result<WriteOutcome> remove(const EntityDescription& entity, RowKey key, std::int64_t expectedVersion) = 0;
     /// A link of a many-to-many relationship (either side names it); existing and missing links are no error.
     virtual Result<void> link(const RelationshipDescription& relationship, RowKey owner, RowKey destination) = 0;
     virtual Result<void> unlink(const RelationshipDescription& relationship, RowKey owner, RowKey destination) = 0;
     /// Appends a change to the history if the store keeps one; `values` as in StoredRow, at least the attributes'. Returns its
     /// sequence, 0 without history.
-    virtual Result<std::int64_t> appendHistory(const SaveStamp& save, const EntityDescription& entity, RowKey key, ChangeKind kind, std::span<const Value> values) = 0;
+    virtual Result<std::int64_t> appendHistory(const SaveStamp& save, const EntityDescription& entity, RowKey key,
+                                               ChangeKind kind, std::span<const Value> values) = 0;
     /// Tells the watches that an object was inserted or deleted, or (updates) which attributes were written.
     virtual void touched(const EntityDescription& entity, ChangeKind kind, std::span<const std::size_t> changedAttributes) = 0;
     virtual Result<void> commit() = 0;

@@ -48,7 +48,7 @@ private:
     };
     std::vector<Taken> m_taken;  // of the batch at hand; each object once
     std::vector<std::string_view> m_repeats;
-    std::string m_wireForm;      // of the transaction at hand
+    std::string m_wireForm;  // of the transaction at hand
     bool m_tookAny = false;
 };
 

@@ -122,8 +122,7 @@ bool Database::remedies(const DatabaseFailure& failure, int times) {
     return true;
 }
 
-Database::Reader::Reader(Database& database)
-    : m_database(database), m_connection(database.take(database.m_readers)) {
+Database::Reader::Reader(Database& database) : m_database(database), m_connection(database.take(database.m_readers)) {
     m_database.m_product->beginReading(*m_connection);
 }
 

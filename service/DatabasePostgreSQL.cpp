@@ -45,7 +45,7 @@ std::optional<std::string> connectionWords(const std::string& url) {
     if (!hasClearCredentials(url)) return std::nullopt;
     char* complaint = nullptr;  // may quote the URL: never shown
     const std::unique_ptr<PQconninfoOption, decltype(&PQconninfoFree)> options(PQconninfoParse(url.c_str(), &complaint),
-                                                                                PQconninfoFree);
+                                                                               PQconninfoFree);
     PQfreemem(complaint);
     if (!options) return std::nullopt;
     std::string words = defaults;
@@ -64,7 +64,8 @@ std::optional<std::string> connectionWords(const std::string& url) {
 /// Several lines of a message as one.
 std::string inOneLine(std::string text) {
     while (!text.empty() && text.back() == '\n') text.pop_back();
-    std::replace_if(text.begin(), text.end(), [](char c) { return c == '\n' || c == '\t'; }, ' ');
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\t'; }, ' ');
     return text;
 }
 

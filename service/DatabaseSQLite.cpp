@@ -42,6 +42,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<DatabaseProduct> embeddedDatabase(std::string file) { return std::make_unique<EmbeddedDatabase>(std::move(file)); }
+std::unique_ptr<DatabaseProduct> embeddedDatabase(std::string file) {
+    return std::make_unique<EmbeddedDatabase>(std::move(file));
+}
 
 }  // namespace velkor::service

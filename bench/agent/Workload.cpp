@@ -8,9 +8,10 @@ namespace agent {
 namespace {
 
 constexpr std::size_t tagCount = 50;
-constexpr const char* words[] = {"paper", "river", "window", "market", "letter", "garden", "number", "winter", "stone",  "answer",
-                                 "bridge", "cloud", "doctor", "engine", "forest", "glass",  "hammer", "island", "jacket", "kitchen",
-                                 "lemon",  "mirror", "needle", "office", "pencil", "queen",  "road",   "silver", "table",  "village"};
+constexpr const char* words[] = {"paper",  "river",  "window", "market",  "letter", "garden", "number", "winter",
+                                 "stone",  "answer", "bridge", "cloud",   "doctor", "engine", "forest", "glass",
+                                 "hammer", "island", "jacket", "kitchen", "lemon",  "mirror", "needle", "office",
+                                 "pencil", "queen",  "road",   "silver",  "table",  "village"};
 
 }  // namespace
 
@@ -19,8 +20,14 @@ Workload::Workload(std::size_t notes) {
     for (std::size_t i = 0; i < tagCount; ++i) m_tags.push_back(makeGuid());
     m_notes.reserve(notes);
     for (std::size_t i = 0; i < notes; ++i) {
-        Note note{makeGuid(), makeText(40), makeText(200), m_random() % 10 == 0, static_cast<int>(m_random() % 6),
-                  static_cast<double>(m_random() % 1000000) / 1e4, m_random() % m_notebooks.size(), {}};
+        Note note{makeGuid(),
+                  makeText(40),
+                  makeText(200),
+                  m_random() % 10 == 0,
+                  static_cast<int>(m_random() % 6),
+                  static_cast<double>(m_random() % 1000000) / 1e4,
+                  m_random() % m_notebooks.size(),
+                  {}};
         for (auto count = m_random() % 4; note.tags.size() < count;) {
             std::size_t tag = m_random() % tagCount;
             if (std::find(note.tags.begin(), note.tags.end(), tag) == note.tags.end()) note.tags.push_back(tag);

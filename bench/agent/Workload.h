@@ -16,8 +16,8 @@ public:
         bool pinned;
         int rating;
         double score;
-        std::size_t notebook;            // index into notebooks()
-        std::vector<std::size_t> tags;   // indices into tags()
+        std::size_t notebook;           // index into notebooks()
+        std::vector<std::size_t> tags;  // indices into tags()
     };
 
     explicit Workload(std::size_t notes);

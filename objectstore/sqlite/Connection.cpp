@@ -13,8 +13,8 @@ namespace {
 constexpr std::size_t mostCachedStatements = 200;
 // Random identifiers touch pages all over their index; SQLite's own 2 MB thrash from some 40,000 rows on.
 constexpr int cacheKibibytes = 32 * 1024;
-// A checkpoint waits for the disk twice and writes each page once, however often the log holds it: a log of 16 MB makes it rare, and
-// still lies within the first block of the log's index.
+// A checkpoint waits for the disk twice and writes each page once, however often the log holds it: a log of 16 MB makes it rare,
+// and still lies within the first block of the log's index.
 constexpr int checkpointPages = 4000;
 // A log that one large save has blown up shrinks to this after its checkpoint.
 constexpr int keptLogBytes = 16 << 20;

@@ -54,7 +54,8 @@ public:
         const auto key = m_changes[place + 1].asInteger();
         const auto kind = m_changes[place + 2].asInteger();
         const Dictionary* kept = m_changes[place + 3].asDictionary();
-        if (!entity || !key || !kept || !kind || *kind < 0 || *kind > static_cast<std::int64_t>(ChangeKind::deleted)) return false;
+        if (!entity || !key || !kept || !kind || *kind < 0 || *kind > static_cast<std::int64_t>(ChangeKind::deleted))
+            return false;
         row.sequence = sequence;
         row.time = m_head.time;
         row.entityName = *entity;
@@ -151,8 +152,7 @@ void HistoryRun::clear() noexcept {
 }
 
 Result<void> readHistory(Connection& connection, const ManagedObjectModel& model, std::int64_t sequence,
-                         const std::function<void(HistoryRow&&)>& handle,
-                         const std::function<bool(const HistoryHead&)>& wanted) {
+                         const std::function<void(HistoryRow&&)>& handle, const std::function<bool(const HistoryHead&)>& wanted) {
     auto lease =
         connection.prepare("SELECT last,first,time,author,process,marked,changes FROM history WHERE last>? ORDER BY last");
     if (!lease) return lease.error();
@@ -181,7 +181,8 @@ Result<void> readHistory(Connection& connection, const ManagedObjectModel& model
 Result<void> purgeHistoryRows(Connection& connection, std::int64_t sequence) {
     KeyCounter counter = historyCounter();
     if (auto kept = counter.willRemove(connection, sequence); !kept) return kept;
-    auto removed = connection.run("DELETE FROM history WHERE last<=?", [&](Statement& statement) { statement.bind(1, sequence); });
+    auto removed =
+        connection.run("DELETE FROM history WHERE last<=?", [&](Statement& statement) { statement.bind(1, sequence); });
     return removed ? purgeWithinRun(connection, sequence) : removed;
 }
 

@@ -44,8 +44,8 @@ private:
     Array m_changes;  // four elements each: entity, key, kind, kept values
 };
 
-/// Rows above `sequence`, oldest first, of the runs that are wanted (without a question: all). A kept value of a class or attribute
-/// that the model has lost comes as it is stored.
+/// Rows above `sequence`, oldest first, of the runs that are wanted (without a question: all). A kept value of a class or
+/// attribute that the model has lost comes as it is stored.
 Result<void> readHistory(Connection& connection, const ManagedObjectModel& model, std::int64_t sequence,
                          const std::function<void(HistoryRow&&)>& handle, const std::function<bool(const HistoryHead&)>& wanted);
 

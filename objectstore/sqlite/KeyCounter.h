@@ -8,9 +8,9 @@
 
 namespace velkor::NS::sqlite {
 
-/// Hands out the keys of one table (or the sequence numbers of the history) while nobody else writes to the file. A table's next number
-/// is one above its highest; only where that would give a number out again (the highest row is removed, or numbers are reserved)
-/// is a floor written to the counters table, so that saves which merely insert write nothing more than their rows.
+/// Hands out the keys of one table (or the sequence numbers of the history) while nobody else writes to the file. A table's next
+/// number is one above its highest; only where that would give a number out again (the highest row is removed, or numbers are
+/// reserved) is a floor written to the counters table, so that saves which merely insert write nothing more than their rows.
 class KeyCounter {
 public:
     /// What is counted. Outlives its counters.

@@ -9,9 +9,7 @@
 namespace velkor::NS::sqlite {
 
 SQLiteStoreSession::SQLiteStoreSession(std::shared_ptr<StoreFile> store, std::unique_ptr<Connection> connection)
-    : m_store(std::move(store)),
-      m_connection(std::move(connection)),
-      m_cache(m_connection->writeCache(m_store->schema())) {}
+    : m_store(std::move(store)), m_connection(std::move(connection)), m_cache(m_connection->writeCache(m_store->schema())) {}
 
 SQLiteStoreSession::~SQLiteStoreSession() {
     rollback();

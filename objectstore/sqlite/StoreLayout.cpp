@@ -138,7 +138,8 @@ Result<void> createOwnTables(Connection& connection) {
     return connection.execute(
         "CREATE TABLE meta(name TEXT PRIMARY KEY,value TEXT NOT NULL) WITHOUT ROWID;"
         "CREATE TABLE counters(name TEXT PRIMARY KEY,next INTEGER NOT NULL) WITHOUT ROWID;"
-        "CREATE TABLE watches(name TEXT PRIMARY KEY,stamp INTEGER NOT NULL,seen INTEGER NOT NULL,definition TEXT NOT NULL) WITHOUT ROWID;"
+        "CREATE TABLE watches(name TEXT PRIMARY KEY,stamp INTEGER NOT NULL,seen INTEGER NOT NULL,definition TEXT NOT NULL) "
+        "WITHOUT ROWID;"
         "CREATE TABLE history(last INTEGER PRIMARY KEY,first INTEGER NOT NULL,time REAL NOT NULL,author TEXT NOT NULL,"
         "process TEXT NOT NULL,marked INTEGER NOT NULL,changes BLOB NOT NULL);"
         "PRAGMA application_id=" +

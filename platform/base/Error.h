@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/Export.h"
 #include "platform/base/Dictionary.h"
+#include "platform/base/Export.h"
 
 namespace velkor::NS {
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/Export.h"
 #include "platform/base/Dictionary.h"
+#include "platform/base/Export.h"
 
 namespace velkor::NS {
 

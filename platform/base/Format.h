@@ -11,9 +11,9 @@
 #include <type_traits>
 #include <vector>
 
-#include "platform/base/Export.h"
 #include "platform/base/Error.h"
 #include "platform/base/Exception.h"
+#include "platform/base/Export.h"
 #include "platform/base/Value.h"
 
 namespace velkor::NS {
@@ -26,30 +26,35 @@ inline std::string describe(const char* text) { return text ? std::string(text) 
 inline std::string describe(bool value) { return value ? "1" : "0"; }
 VELKOR_EXPORT std::string describe(double value);
 template <std::integral I>
-    requires(!std::same_as<I, bool>)
-std::string describe(I value) { return std::to_string(value); }
+requires(!std::same_as<I, bool>) std::string describe(I value) { return std::to_string(value); }
 template <class E>
-    requires std::is_enum_v<E>
-std::string describe(E value) { return describe(static_cast<std::underlying_type_t<E>>(value)); }
+requires std::is_enum_v<E> std::string describe(E value) { return describe(static_cast<std::underlying_type_t<E>>(value)); }
 /// A collection of texts, as an array prints: "(\n    a,\n    b\n)".
 VELKOR_EXPORT std::string describe(const std::vector<std::string>& texts);
 /// Anything that describes itself.
 template <class T>
-    requires requires(const T& value) { { value.description() } -> std::convertible_to<std::string>; }
+requires requires(const T& value) {
+    { value.description() } -> std::convertible_to<std::string>;
+}
 std::string describe(const T& value) { return value.description(); }
 template <class T>
-std::string describe(const std::optional<T>& value) { return value ? describe(*value) : "(null)"; }
+std::string describe(const std::optional<T>& value) {
+    return value ? describe(*value) : "(null)";
+}
 template <class T>
-std::string describe(const std::shared_ptr<T>& value) { return value ? describe(*value) : "(null)"; }
+std::string describe(const std::shared_ptr<T>& value) {
+    return value ? describe(*value) : "(null)";
+}
 template <class T>
-    requires requires(const T& value) { describe(value); }
+requires requires(const T& value) { describe(value); }
 std::string describe(const T* value) { return value ? describe(*value) : "(null)"; }
 
 /// One typed argument of a format. It refers to the caller's value and describes it only when the text is built.
 class VELKOR_EXPORT FormatArgument {
 public:
     template <class T>
-    FormatArgument(const T& value) noexcept : m_value(&value), m_describe([](const void* v) { return describe(*static_cast<const T*>(v)); }) {
+    FormatArgument(const T& value) noexcept
+        : m_value(&value), m_describe([](const void* v) { return describe(*static_cast<const T*>(v)); }) {
         if constexpr (std::is_enum_v<T> || std::integral<T>) {
             m_kind = Kind::integer;
             m_integer = static_cast<std::int64_t>(value);
@@ -59,7 +64,8 @@ public:
         }
     }
     template <std::size_t N>
-    FormatArgument(const char (&text)[N]) noexcept : m_value(text), m_describe([](const void* v) { return std::string(static_cast<const char*>(v)); }) {}
+    FormatArgument(const char (&text)[N]) noexcept
+        : m_value(text), m_describe([](const void* v) { return std::string(static_cast<const char*>(v)); }) {}
 
     std::string description() const { return m_describe(m_value); }
     enum class Kind { text, integer, real };

@@ -3,8 +3,8 @@
 #include <utility>
 #include <variant>
 
-#include "platform/base/Export.h"
 #include "platform/base/Error.h"
+#include "platform/base/Export.h"
 
 namespace velkor::NS {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/Export.h"
 #include "platform/base/Dictionary.h"
+#include "platform/base/Export.h"
 #include "platform/base/Object.h"
 
 namespace velkor::NS {
@@ -20,8 +20,8 @@ struct Notification {
     Dictionary userInfo;
 };
 
-/// Delivers notifications to observers by name and sender. Any thread; observers without a queue are called on the posting thread,
-/// before `post` returns, in the order of their registration.
+/// Delivers notifications to observers by name and sender. Any thread; observers without a queue are called on the posting
+/// thread, before `post` returns, in the order of their registration.
 class VELKOR_EXPORT NotificationCenter {
 public:
     /// A registration; it stays until `removeObserver`.
@@ -32,7 +32,8 @@ public:
 
     /// `object` null: any sender. `queue` null: the posting thread; else the block is added to the queue (which must outlive the
     /// registration).
-    Token addObserver(std::string_view name, const Object* object, OperationQueue* queue, std::function<void(const Notification&)> block);
+    Token addObserver(std::string_view name, const Object* object, OperationQueue* queue,
+                      std::function<void(const Notification&)> block);
     /// After it returns the block is not called again by later posts, and blocks still queued for it are dropped.
     void removeObserver(const Token& token);
     void post(std::string_view name, const Object* object, Dictionary userInfo = {});

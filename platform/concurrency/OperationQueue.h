@@ -10,10 +10,11 @@
 
 namespace velkor::NS {
 
-/// Runs operations on one pool of threads shared by all queues (as many as the machine has cores, at least 2, and a few more while
-/// the running operations only wait), or, for the main queue, on the main run loop. Any thread may add; a queue of width 1 runs its operations one after another in the order
-/// of the calls. An exception that leaves an operation ends the process on a pool thread, and leaves `RunLoop::run` on the main queue.
-/// Destroying a queue cancels what has not started and waits for what runs; in one of its own operations it does not wait.
+/// Runs operations on one pool of threads shared by all queues (as many as the machine has cores, at least 2, and a few more
+/// while the running operations only wait), or, for the main queue, on the main run loop. Any thread may add; a queue of width 1
+/// runs its operations one after another in the order of the calls. An exception that leaves an operation ends the process on a
+/// pool thread, and leaves `RunLoop::run` on the main queue. Destroying a queue cancels what has not started and waits for what
+/// runs; in one of its own operations it does not wait.
 class VELKOR_EXPORT OperationQueue : public Object {
 public:
     static constexpr std::ptrdiff_t defaultWidth = -1;

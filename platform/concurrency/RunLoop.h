@@ -14,9 +14,9 @@ class RunLoopCore;
 /// One thread's loop of timers, connections and posted blocks. The main run loop belongs to the thread that first asks for
 /// `main()`; every other thread gets a loop of its own from `current()` on demand, which ends with its thread.
 /// A host runs it, or embeds it in its own loop: wait for `fileDescriptor()` to become readable for at most
-/// `timeoutMilliseconds()`, then call `dispatchPending()`. Callbacks run only inside run, runUntil and dispatchPending, never inside
-/// a call into libuv, libcurl or SQLite, so they may raise, and runUntil may be nested in them; an exception leaves the call that
-/// was dispatching.
+/// `timeoutMilliseconds()`, then call `dispatchPending()`. Callbacks run only inside run, runUntil and dispatchPending, never
+/// inside a call into libuv, libcurl or SQLite, so they may raise, and runUntil may be nested in them; an exception leaves the
+/// call that was dispatching.
 class VELKOR_EXPORT RunLoop {
 public:
     static RunLoop& main();
@@ -30,8 +30,8 @@ public:
 
     /// Runs until `stop()`.
     void run();
-    /// Runs until the condition holds (asked after every turn) or `timeoutSeconds` have passed; returns whether it holds. A negative
-    /// time-out waits without limit.
+    /// Runs until the condition holds (asked after every turn) or `timeoutSeconds` have passed; returns whether it holds. A
+    /// negative time-out waits without limit.
     bool runUntil(const std::function<bool()>& condition, double timeoutSeconds);
     /// Makes the innermost `run()` return, after the blocks posted before; any thread. Kept for the next `run()` when none has
     /// dispatched it.
@@ -39,8 +39,8 @@ public:
 
     /// Readable when something is to be dispatched; the same for the life of the loop. Only to be waited for.
     int fileDescriptor() const;
-    /// How long the host may wait at most; -1: until the descriptor is readable. Asked after each dispatchPending: whatever brings
-    /// work forward outside of it makes the descriptor readable.
+    /// How long the host may wait at most; -1: until the descriptor is readable. Asked after each dispatchPending: whatever
+    /// brings work forward outside of it makes the descriptor readable.
     int timeoutMilliseconds() const;
     /// Runs what is due, without waiting.
     void dispatchPending();

@@ -10,8 +10,8 @@ namespace velkor::NS {
 
 class RunLoop;
 
-/// A timer on a run loop; the loop keeps it alive until it is invalidated or, not repeating, has fired. A repeating timer that was
-/// late does not catch up missed ticks. All calls on the loop's thread. After `invalidate()` the block is never called.
+/// A timer on a run loop; the loop keeps it alive until it is invalidated or, not repeating, has fired. A repeating timer that
+/// was late does not catch up missed ticks. All calls on the loop's thread. After `invalidate()` the block is never called.
 class VELKOR_EXPORT Timer : public Object {
 public:
     /// Intervals are in seconds; below 0 counts as 0.

@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <string_view>
 
-#include "platform/base/Export.h"
 #include "platform/base/Data.h"
+#include "platform/base/Export.h"
 #include "platform/base/Result.h"
 
 namespace velkor::NS {

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/Export.h"
 #include "platform/base/Data.h"
+#include "platform/base/Export.h"
 #include "platform/base/Object.h"
 #include "platform/base/OrderedMap.h"
 #include "platform/base/Result.h"
@@ -38,7 +38,8 @@ public:
 };
 
 /// Classes that can be unarchived, by name. Registered explicitly at start, from one thread.
-VELKOR_EXPORT void registerArchivableClass(std::string_view className, std::function<std::shared_ptr<Archivable>(const Coder&)> factory);
+VELKOR_EXPORT void registerArchivableClass(std::string_view className,
+                                           std::function<std::shared_ptr<Archivable>(const Coder&)> factory);
 
 /// The archive of a root value (of any kind but nil; collections may hold Archivable objects). An object that is not Archivable
 /// raises the invalid-argument exception.

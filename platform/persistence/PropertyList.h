@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/Export.h"
 #include "platform/base/Dictionary.h"
+#include "platform/base/Export.h"
 #include "platform/base/Result.h"
 #include "platform/base/Value.h"
 

@@ -11,9 +11,9 @@
 namespace velkor::NS {
 
 /// The user's defaults of this host: one XML property list, `$XDG_CONFIG_HOME/<bundle identifier>/defaults.plist`, or
-/// `defaults.plist` in a directory that the host names. Reading loads the file once; each change writes it atomically under a file
-/// lock, after taking in what other processes wrote. Without a bundle identifier and a directory the defaults live in memory only.
-/// Any thread.
+/// `defaults.plist` in a directory that the host names. Reading loads the file once; each change writes it atomically under a
+/// file lock, after taking in what other processes wrote. Without a bundle identifier and a directory the defaults live in memory
+/// only. Any thread.
 class VELKOR_EXPORT UserDefaults {
 public:
     static UserDefaults& standardUserDefaults();

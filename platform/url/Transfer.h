@@ -75,8 +75,8 @@ private:
 
     URLConnection& m_connection;
     const URLRequest m_request;
-    Data m_body;              // in one piece, unless it is read part by part
-    BodyReader m_bodyReader;  // of the request's parts
+    Data m_body;                        // in one piece, unless it is read part by part
+    BodyReader m_bodyReader;            // of the request's parts
     URLConnectionDelegate* m_delegate;  // none after the last call, or when cancelled
     std::weak_ptr<RunLoopCore> m_core;
     std::uint64_t m_maximumSize = std::uint64_t(1) << 30;

@@ -54,7 +54,7 @@ private:
     // libuv wants them until they are closed.
     uv_timer_t* m_timer;
     uv_timer_t* m_idleTimer;  // runs while a transfer does
-    bool m_isDue = false;  // libcurl wants to act at once
+    bool m_isDue = false;     // libcurl wants to act at once
     bool m_dueIsAnnounced = false;
     std::unordered_set<Transfer*> m_running;
     std::vector<CurlEasy> m_spareHandles;

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/Export.h"
 #include "platform/base/Error.h"
+#include "platform/base/Export.h"
 #include "platform/base/Object.h"
 #include "platform/url/URLRequest.h"
 
@@ -52,7 +52,8 @@ public:
     virtual void connectionDidReceiveResponse(URLConnection& connection, const URLResponse& response) = 0;
     virtual void connectionDidReceiveData(URLConnection& connection, std::string_view bytes) = 0;
     /// Body bytes written in this step, in all, and expected in all.
-    virtual void connectionDidSendBodyData(URLConnection&, std::int64_t /*written*/, std::int64_t /*total*/, std::int64_t /*expected*/) {}
+    virtual void connectionDidSendBodyData(URLConnection&, std::int64_t /*written*/, std::int64_t /*total*/,
+                                           std::int64_t /*expected*/) {}
     virtual void connectionDidFinishLoading(URLConnection& connection) = 0;
     virtual void connectionDidFailWithError(URLConnection& connection, const Error& error) = 0;
 };

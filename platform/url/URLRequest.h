@@ -6,13 +6,14 @@
 #include <utility>
 #include <vector>
 
-#include "platform/base/Export.h"
 #include "platform/base/Data.h"
+#include "platform/base/Export.h"
 #include "platform/base/Object.h"
 
 namespace velkor::NS {
 
-/// One HTTP request: what is sent. Header names compare without regard to case and keep the order and the case in which they came.
+/// One HTTP request: what is sent. Header names compare without regard to case and keep the order and the case in which they
+/// came.
 class VELKOR_EXPORT URLRequest {
 public:
     using Headers = std::vector<std::pair<std::string, std::string>>;

@@ -177,7 +177,8 @@ TEST(NSDateUtilsTest, describesDatesForPeople) {
         EXPECT_TRUE(text.ends_with("day") && text != "Yesterday") << text;
     }
     EXPECT_FALSE(niceDescription(dateByAddingDays(today, -8)).ends_with("day"));
-    EXPECT_EQ(descriptionWithCurrentLocale(Date(march5)), "Tuesday, March 5, 2013 at 12:00:00\u202FAM Central European Standard Time");
+    EXPECT_EQ(descriptionWithCurrentLocale(Date(march5)),
+              "Tuesday, March 5, 2013 at 12:00:00\u202FAM Central European Standard Time");
 }
 
 }  // namespace

@@ -25,8 +25,7 @@ protected:
     std::vector<std::string> run(const FetchRequest& request) {
         std::vector<std::string> guids;
         const auto found = context->executeFetchRequest(request);
-        for (const auto& object : found.value())
-            guids.push_back(object->valueForKey("guid").stringOr(""));
+        for (const auto& object : found.value()) guids.push_back(object->valueForKey("guid").stringOr(""));
         return guids;
     }
     const ObjectClass& tags() const { return *ObjectClass::of<Tag>(); }

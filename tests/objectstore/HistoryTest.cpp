@@ -17,7 +17,8 @@ protected:
     std::int64_t append(StoreSession& session, std::string_view name, RowKey key, ChangeKind kind,
                         const std::map<std::string, Value>& values) {
         EXPECT_OK(session.begin());
-        const std::int64_t sequence = must(session.appendHistory({Date(100.5), "writer"}, entity(name), key, kind, row(entity(name), values)));
+        const std::int64_t sequence =
+            must(session.appendHistory({Date(100.5), "writer"}, entity(name), key, kind, row(entity(name), values)));
         EXPECT_OK(session.commit());
         return sequence;
     }

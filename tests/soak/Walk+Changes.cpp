@@ -127,7 +127,7 @@ void Walk::killChange() {
     bool attached = false;
     for (const auto& [key, object] : dump.objects()) attached |= object.text("fileName") == file.name;
     record("host" + std::to_string(number) + " killed in " + arguments[0] + " " + guid + " " + body +
-         (done ? ": done" : ": not done"));
+           (done ? ": done" : ": not done"));
     if (attached != done) throw Failure{"a killed command was done by halves"};
     if (!done) return;
     if (adds) m_notes.push_back(guid);

@@ -52,7 +52,8 @@ protected:
 };
 
 TEST_F(AttachmentsTest, ContentsArriveByteForByte) {
-    a.must({"add", "Pictures", "--guid", "N1", "--attach", file("small.png", bytesOf(700, 1)), "--attach", file("empty.bin", "")});
+    a.must(
+        {"add", "Pictures", "--guid", "N1", "--attach", file("small.png", bytesOf(700, 1)), "--attach", file("empty.bin", "")});
     a.must({"add", "Archive", "--guid", "N2", "--body", "text too", "--attach", file("large.zip", bytesOf(3'000'000, 2))});
     EXPECT_EQ(a.must({"sync"}), "synced: 5 sent, 0 received");
     EXPECT_EQ(b.must({"sync"}), "synced: 0 sent, 5 received");
@@ -69,7 +70,8 @@ TEST_F(AttachmentsTest, ContentsArriveByteForByte) {
 TEST_F(AttachmentsTest, ChunksAndPagesCarryContents) {
     for (int i = 0; i < 130; ++i) file("f" + std::to_string(i) + ".bin", bytesOf(40, static_cast<unsigned>(i)) + '\0');
     fs::create_directories(directory / "tree");
-    for (int i = 0; i < 130; ++i) fs::rename(directory / ("f" + std::to_string(i) + ".bin"), directory / "tree" / ("f" + std::to_string(i) + ".bin"));
+    for (int i = 0; i < 130; ++i)
+        fs::rename(directory / ("f" + std::to_string(i) + ".bin"), directory / "tree" / ("f" + std::to_string(i) + ".bin"));
     EXPECT_EQ(a.must({"import", directory / "tree"}), "imported 1 notebooks, 130 notes, 130 attachments");
     EXPECT_EQ(a.must({"--chunking", "sync"}), "synced: 261 sent, 0 received");
     EXPECT_EQ(b.must({"sync"}), "synced: 0 sent, 261 received");

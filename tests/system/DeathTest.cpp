@@ -95,8 +95,11 @@ TEST_F(DeathTest, HostDiesAtEveryStepOfALocalCommand) {
     };
     for (const auto& command : commands) {
         fresh();
-        int steps = stepsOf([&](const Environment& environment) { return Host(directory / "run/A", "http://127.0.0.1:9").run(command, environment); },
-                            directory / "count");
+        int steps = stepsOf(
+            [&](const Environment& environment) {
+                return Host(directory / "run/A", "http://127.0.0.1:9").run(command, environment);
+            },
+            directory / "count");
         ASSERT_GT(steps, 2) << command[0];
         for (int step = 1; step <= steps; ++step) {
             fresh();
@@ -124,7 +127,11 @@ TEST_F(DeathTest, APreferenceIsChangedAndPendingOrNeither) {
     const std::string guid = "u@example.org_preferences_theme";
     fresh();
     Host a(directory / "run/A", "http://127.0.0.1:9");
-    int steps = stepsOf([&](const Environment& environment) { return a.run({"set", "theme", "dark"}, environment); }, directory / "count");
+    int steps = stepsOf(
+        [&](const Environment& environment) {
+            return a.run({"set", "theme", "dark"}, environment);
+        },
+        directory / "count");
     ASSERT_GT(steps, 4);
     int changed = 0;
     for (int step = 1; step <= steps; ++step) {
@@ -153,14 +160,17 @@ TEST_F(DeathTest, HostDiesAtEveryStepOfASync) {
     {
         Service service(directory / "run/service");
         prepare(service);
-        steps = stepsOf([&](const Environment& environment) { return Host(directory / "run/A", service.url()).run({"sync"}, environment); }, directory / "count");
+        steps = stepsOf(
+            [&](const Environment& environment) { return Host(directory / "run/A", service.url()).run({"sync"}, environment); },
+            directory / "count");
     }
     ASSERT_GT(steps, 4);
     for (int step = 1; step <= steps && !HasFailure(); ++step) {
         fresh();
         Service service(directory / "run/service", {}, {"--lease", "1"});
         prepare(service);
-        EXPECT_NE(Host(directory / "run/A", service.url()).run({"sync"}, dieAt(step)).status, 0) << "step " << step << " was not reached";
+        EXPECT_NE(Host(directory / "run/A", service.url()).run({"sync"}, dieAt(step)).status, 0)
+            << "step " << step << " was not reached";
         expectConvergence(service, "sync died at step " + std::to_string(step));
         EXPECT_NE(Host(directory / "run/B", service.url()).must({"dump"}).find("Edited on A"), std::string::npos);
     }

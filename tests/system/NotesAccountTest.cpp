@@ -25,7 +25,8 @@ TEST_F(NotesAccountTest, ANewPasswordIsKeptAndTheOldOneRefused) {
     EXPECT_EQ(b.run({"login", "u+1@example.org", "p&ss=wörd"}).status, 1);
     b.must({"login", "u+1@example.org", "new = + & %41"});
     // Both from standard input, a line each.
-    Outcome outcome = run("velkor-notes", {"--data", a.directory(), "--server", service.url(), "passwd", "-", "-"}, {}, "new = + & %41\nthird\n");
+    Outcome outcome = run("velkor-notes", {"--data", a.directory(), "--server", service.url(), "passwd", "-", "-"}, {},
+                          "new = + & %41\nthird\n");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     a.must({"sync"});
     EXPECT_EQ(b.run({"sync"}).status, 1);
@@ -41,7 +42,8 @@ TEST_F(NotesAccountTest, ClientsAreListedAsTheyRegistered) {
     EXPECT_EQ(a.must({"clients"}), "[]");
     EXPECT_EQ(a.must({"register", "name=Ann's \"laptop\"", "os=Debian=12", "empty="}), "");
     std::string clients = a.must({"clients"});
-    EXPECT_NE(clients.find(R"("client_info":{"name":"Ann's \"laptop\"","os":"Debian=12","empty":""})"), std::string::npos) << clients;
+    EXPECT_NE(clients.find(R"("client_info":{"name":"Ann's \"laptop\"","os":"Debian=12","empty":""})"), std::string::npos)
+        << clients;
     std::string state = a.must({"state"});
     std::string instance = state.substr(16, 36);
     EXPECT_NE(clients.find(instance), std::string::npos) << clients << state;

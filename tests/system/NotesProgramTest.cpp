@@ -33,10 +33,28 @@ protected:
 
 TEST_F(NotesProgramTest, WrongUseIsStatus2WithTheUsageLine) {
     const std::vector<std::vector<std::string>> wrong = {
-        {}, {"frobnicate"}, {"--frobnicate", "ls"}, {"add"}, {"add", "a", "b"}, {"show"}, {"ls", "x"}, {"add", "t", "--rating", "many"},
-        {"add", "t", "--rating", "99999999999"}, {"add", "t", "--score", "nan"}, {"--timeout", "0", "ls"},
-        {"watch", "--interval", "0"}, {"add", "t", "--body"}, {"add", "t", "--attach"}, {"set", "theme"}, {"set", "color", "red"},
-        {"get", "editor"}, {"unset", "editor.font"}, {"register"}, {"register", "novalue"}, {"register", "=x"}, {"passwd", "old"},
+        {},
+        {"frobnicate"},
+        {"--frobnicate", "ls"},
+        {"add"},
+        {"add", "a", "b"},
+        {"show"},
+        {"ls", "x"},
+        {"add", "t", "--rating", "many"},
+        {"add", "t", "--rating", "99999999999"},
+        {"add", "t", "--score", "nan"},
+        {"--timeout", "0", "ls"},
+        {"watch", "--interval", "0"},
+        {"add", "t", "--body"},
+        {"add", "t", "--attach"},
+        {"set", "theme"},
+        {"set", "color", "red"},
+        {"get", "editor"},
+        {"unset", "editor.font"},
+        {"register"},
+        {"register", "novalue"},
+        {"register", "=x"},
+        {"passwd", "old"},
     };
     for (const auto& arguments : wrong) {
         Outcome outcome = host.run(arguments);
@@ -49,10 +67,24 @@ TEST_F(NotesProgramTest, WrongUseIsStatus2WithTheUsageLine) {
 
 TEST_F(NotesProgramTest, FailuresAreStatus1AndOneLine) {
     const std::vector<std::vector<std::string>> failing = {
-        {"show", "nothing"}, {"rm", "nothing"}, {"edit", "nothing", "--title", "x"}, {"sync"}, {"watch"}, {"logout"}, {"rollback"},
-        {"add", "x", "--notebook", "nothing"}, {"import", "/nonexistent/path"}, {"add", "x", "--attach", "/nonexistent/path"},
-        {"add", "x", "--attach", "/tmp"}, {"passwd", "old", "new"}, {"delete-data"}, {"delete-account"},
-        {"register", "a=b"}, {"clients"}, {"reset-password", "u@example.org"}, {"get", "theme"},
+        {"show", "nothing"},
+        {"rm", "nothing"},
+        {"edit", "nothing", "--title", "x"},
+        {"sync"},
+        {"watch"},
+        {"logout"},
+        {"rollback"},
+        {"add", "x", "--notebook", "nothing"},
+        {"import", "/nonexistent/path"},
+        {"add", "x", "--attach", "/nonexistent/path"},
+        {"add", "x", "--attach", "/tmp"},
+        {"passwd", "old", "new"},
+        {"delete-data"},
+        {"delete-account"},
+        {"register", "a=b"},
+        {"clients"},
+        {"reset-password", "u@example.org"},
+        {"get", "theme"},
     };
     for (const auto& arguments : failing) {
         Outcome outcome = host.run(arguments);
@@ -71,8 +103,8 @@ TEST_F(NotesProgramTest, FailuresAreStatus1AndOneLine) {
 TEST_F(NotesProgramTest, DumpStatesEveryObjectToTheLetter) {
     Environment utc{{"TZ", "UTC"}};
     EXPECT_EQ(host.must({"notebook", "Work", "--guid", "NB"}), "NB");
-    EXPECT_EQ(host.must({"add", "First", "--guid", "N1", "--body", "a \"b\"\n", "--notebook", "NB", "--tag", "red", "--rating", "-3", "--score",
-                         "0.1", "--pinned"}),
+    EXPECT_EQ(host.must({"add", "First", "--guid", "N1", "--body", "a \"b\"\n", "--notebook", "NB", "--tag", "red", "--rating",
+                         "-3", "--score", "0.1", "--pinned"}),
               "N1");
     host.must({"draft", "only here"});
     std::string dump = host.run({"dump"}, utc).out;
@@ -89,15 +121,16 @@ TEST_F(NotesProgramTest, DumpStatesEveryObjectToTheLetter) {
     auto tagAt = dump.find("{\"entity\":\"Tag\",\"guid\":\"") + 24;
     std::string tag = dump.substr(tagAt, 36);
     for (auto at = dump.find(tag); at != dump.npos; at = dump.find(tag)) dump.replace(at, 36, "TAG");
-    EXPECT_EQ(dump,
-              R"({"entity":"LocalDraft","guid":null,"attributes":{"text":"only here"},"relationships":{}})"
-              "\n"
-              R"({"entity":"Note","guid":"N1","attributes":{"guid":"N1","title":"First","body":"a \"b\"\n","createdAt":"T","modifiedAt":"T","pinned":true,"rating":-3,"score":0.1},"relationships":{"notebook":"NB","tags":["TAG"],"attachments":[]}})"
-              "\n"
-              R"({"entity":"Notebook","guid":"NB","attributes":{"guid":"NB","title":"Work"},"relationships":{"notes":["N1"]}})"
-              "\n"
-              R"({"entity":"Tag","guid":"TAG","attributes":{"guid":"TAG","name":"red"},"relationships":{"notes":["N1"]}})"
-              "\n");
+    EXPECT_EQ(
+        dump,
+        R"({"entity":"LocalDraft","guid":null,"attributes":{"text":"only here"},"relationships":{}})"
+        "\n"
+        R"({"entity":"Note","guid":"N1","attributes":{"guid":"N1","title":"First","body":"a \"b\"\n","createdAt":"T","modifiedAt":"T","pinned":true,"rating":-3,"score":0.1},"relationships":{"notebook":"NB","tags":["TAG"],"attachments":[]}})"
+        "\n"
+        R"({"entity":"Notebook","guid":"NB","attributes":{"guid":"NB","title":"Work"},"relationships":{"notes":["N1"]}})"
+        "\n"
+        R"({"entity":"Tag","guid":"TAG","attributes":{"guid":"TAG","name":"red"},"relationships":{"notes":["N1"]}})"
+        "\n");
     EXPECT_EQ(host.must({"show", "N1"}), "a \"b\"");
     EXPECT_EQ(host.run({"--json", "show", "N1"}, utc).out.substr(0, 29), R"({"entity":"Note","guid":"N1",)");
 }
@@ -107,11 +140,13 @@ TEST_F(NotesProgramTest, PendingAndStateTellWhatWaits) {
     host.must({"notebook", "Two", "--guid", "A"});
     host.must({"notebook", "Secret", "--private", "--guid", "S"});
     host.must({"edit", "B", "--title", "Once"});
-    EXPECT_EQ(host.must({"pending"}),
-              R"([{"guid":"A","type":"INSERT_XACTION","object_type":"Notebook"},{"guid":"B","type":"UPDATE_XACTION","object_type":"Note"}])");
+    EXPECT_EQ(
+        host.must({"pending"}),
+        R"([{"guid":"A","type":"INSERT_XACTION","object_type":"Notebook"},{"guid":"B","type":"UPDATE_XACTION","object_type":"Note"}])");
     host.must({"rm", "B"});
-    EXPECT_EQ(host.must({"pending"}),
-              R"([{"guid":"A","type":"INSERT_XACTION","object_type":"Notebook"},{"guid":"B","type":"DELETE_XACTION","object_type":"Note"}])");
+    EXPECT_EQ(
+        host.must({"pending"}),
+        R"([{"guid":"A","type":"INSERT_XACTION","object_type":"Notebook"},{"guid":"B","type":"DELETE_XACTION","object_type":"Note"}])");
     std::string state = host.must({"state"});
     EXPECT_EQ(state.substr(state.find(R"("highest_xaction")")),
               R"("highest_xaction":-1,"last_sync":null,"schema_sent":null,"pending":2,"user":null})");
@@ -122,7 +157,9 @@ TEST_F(NotesProgramTest, ExportGivesBackWhatImportTookIn) {
     fs::path tree = directory / "tree";
     write(tree / "a.txt", "text");
     write(tree / "empty", "");
-    write(tree / "sub dir/ümlaut \"q\".txt", "\xEF\xBB\xBF" "bom and \r\n and \x01 control");
+    write(tree / "sub dir/ümlaut \"q\".txt",
+          "\xEF\xBB\xBF"
+          "bom and \r\n and \x01 control");
     write(tree / "sub dir/deep/b", std::string(300'000, 'x'));
     write(tree / "sub dir/binary", std::string("a\0b", 3));
     write(tree / "sub dir/latin1", "caf\xE9");
@@ -134,12 +171,14 @@ TEST_F(NotesProgramTest, ExportGivesBackWhatImportTookIn) {
     EXPECT_NE(imported.err.find("symbolic link"), std::string::npos);
     EXPECT_NE(imported.err.find("bad?name: its name is not UTF-8"), std::string::npos) << imported.err;
     EXPECT_EQ(host.must({"export", directory / "out"}), "exported 4 notebooks, 6 notes, 2 attachments");
-    for (const char* file : {"a.txt", "empty", "sub dir/ümlaut \"q\".txt", "sub dir/deep/b", "sub dir/binary", "sub dir/latin1"}) {
+    for (const char* file :
+         {"a.txt", "empty", "sub dir/ümlaut \"q\".txt", "sub dir/deep/b", "sub dir/binary", "sub dir/latin1"}) {
         EXPECT_EQ(contentOf(directory.path() / "out/tree" / file), contentOf(tree / file)) << file;
     }
     EXPECT_TRUE(fs::is_directory(directory.path() / "out/tree/none"));
     Host second(directory / "second", "http://127.0.0.1:9");
-    EXPECT_EQ(second.must({"import", directory / "out/tree"}), "imported 4 notebooks, 6 notes, 2 attachments") << "the same tree again";
+    EXPECT_EQ(second.must({"import", directory / "out/tree"}), "imported 4 notebooks, 6 notes, 2 attachments")
+        << "the same tree again";
     EXPECT_EQ(host.run({"export", directory / "out"}).status, 1) << "the directory is not empty";
 }
 
@@ -156,10 +195,16 @@ TEST_F(NotesProgramTest, AttachmentsGoWithTheirNote) {
 
     std::string dump = host.must({"dump"});
     EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 3);
-    EXPECT_NE(dump.find(R"("fileName":"two.PNG","contentType":"image/png","byteCount":7,"content":{"bytes":7,"sha1":"4ea6616f5b47c0aed75f197310d715f9d543eb56"}},"relationships":{"note":"N1"}})"),
-              std::string::npos) << dump;
-    EXPECT_NE(dump.find(R"("fileName":"empty.bin","contentType":"application/octet-stream","byteCount":0},"relationships":{"note":"N1"}})"),
-              std::string::npos) << dump;
+    EXPECT_NE(
+        dump.find(
+            R"("fileName":"two.PNG","contentType":"image/png","byteCount":7,"content":{"bytes":7,"sha1":"4ea6616f5b47c0aed75f197310d715f9d543eb56"}},"relationships":{"note":"N1"}})"),
+        std::string::npos)
+        << dump;
+    EXPECT_NE(
+        dump.find(
+            R"("fileName":"empty.bin","contentType":"application/octet-stream","byteCount":0},"relationships":{"note":"N1"}})"),
+        std::string::npos)
+        << dump;
     host.must({"rm", "N1"});
     EXPECT_EQ(host.must({"dump"}), "") << "a note's attachments are deleted with it";
 }
@@ -209,7 +254,8 @@ TEST_F(NotesProgramTest, DamagedAndForeignFilesAreToldAndKept) {
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_NE(outcome.err.find("SyncState.plist.damaged"), std::string::npos);
     EXPECT_EQ(contentOf(host.directory() / "SyncState.plist.damaged"), "garbage");
-    EXPECT_EQ(outcome.out, "[{\"guid\":\"K\",\"type\":\"INSERT_XACTION\",\"object_type\":\"Note\"}]\n") << "the store's history brings it back";
+    EXPECT_EQ(outcome.out, "[{\"guid\":\"K\",\"type\":\"INSERT_XACTION\",\"object_type\":\"Note\"}]\n")
+        << "the store's history brings it back";
 
     Host other(directory / "other", "http://127.0.0.1:9");
     const std::string foreign = "This is no database, but somebody wants to keep it. " + std::string(5000, '.');

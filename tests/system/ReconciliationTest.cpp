@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-
 #include "Sync/VLKSyncController.h"
 #include "platform/concurrency/RunLoop.h"
 #include "tests/support/NotesModel.h"

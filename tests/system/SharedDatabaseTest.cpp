@@ -37,7 +37,8 @@ TEST_F(SharedDatabaseTest, HostsConvergeThroughBothServices) {
     a.must({"add", "From A", "--guid", "A1", "--notebook", "NB"});
     syncToRest({&a, &b});
     expectEqual(a, b);
-    EXPECT_EQ(run("velkord", {"expire", "--database", database.url(), "--user", "u@example.org", "--app", "org.velkor.notes", "--guid", "N3"})
+    EXPECT_EQ(run("velkord", {"expire", "--database", database.url(), "--user", "u@example.org", "--app", "org.velkor.notes",
+                              "--guid", "N3"})
                   .status,
               0);
     syncToRest({&a, &b});

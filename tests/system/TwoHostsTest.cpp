@@ -46,7 +46,8 @@ TEST_F(TwoHostsTest, ChangesOfBothSidesMeet) {
     EXPECT_EQ(a.must({"hash"}), b.must({"hash"}));
     std::string dump = b.must({"dump"});
     std::string notebook = dump.substr(dump.find("{\"entity\":\"Notebook\""));
-    EXPECT_EQ(std::count(notebook.begin(), notebook.begin() + static_cast<long>(notebook.find('\n')), ','), 7) << "four notes in it: " << notebook;
+    EXPECT_EQ(std::count(notebook.begin(), notebook.begin() + static_cast<long>(notebook.find('\n')), ','), 7)
+        << "four notes in it: " << notebook;
     EXPECT_EQ(a.must({"--json", "sync"}), R"({"ok":true,"sent":0,"received":0,"error":null})");
 }
 
@@ -67,12 +68,16 @@ TEST_F(TwoHostsTest, ABusyUserIsReportedAndNotRetried) {
     a.must({"add", "One"});
     // Another client of the same user holds the lock.
     // The pair is sent in the cut form that all clients of this service send.
-    Outcome locked = run("/bin/sh", {"-c", "pair=$(printf '%s' 'ümlaut+tag@example.org:p&ss=wörd' | head -c 32 | base64 -w0); curl -sf -H \"Authorization: Basic $pair\" " +
-                                               service.url() + "/client/v1.5/org.velkor.notes/OTHER/lock.json"});
+    Outcome locked = run("/bin/sh", {"-c",
+                                     "pair=$(printf '%s' 'ümlaut+tag@example.org:p&ss=wörd' | head -c 32 | base64 -w0); curl -sf "
+                                     "-H \"Authorization: Basic $pair\" " +
+                                         service.url() + "/client/v1.5/org.velkor.notes/OTHER/lock.json"});
     ASSERT_EQ(locked.status, 0) << locked.err;
     Outcome outcome = a.run({"--json", "sync"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.out.find(R"({"ok":false,"sent":0,"received":0,"error":{"domain":"org.velkor.sync.NetworkErrorDomain","code":409)"), std::string::npos)
+    EXPECT_NE(outcome.out.find(
+                  R"({"ok":false,"sent":0,"received":0,"error":{"domain":"org.velkor.sync.NetworkErrorDomain","code":409)"),
+              std::string::npos)
         << outcome.out;
     EXPECT_NE(a.must({"pending"}), "[]");
 }
@@ -81,7 +86,9 @@ TEST_F(TwoHostsTest, ARefusedLoginSaysSoOnce) {
     Outcome outcome = b.run({"login", "ümlaut+tag@example.org", "wrong"});
     EXPECT_EQ(outcome.status, 1);
     std::size_t count = 0;
-    for (auto at = outcome.err.find("velkor-notes: login failed"); at != std::string::npos; at = outcome.err.find("velkor-notes: login failed", at + 1)) ++count;
+    for (auto at = outcome.err.find("velkor-notes: login failed"); at != std::string::npos;
+         at = outcome.err.find("velkor-notes: login failed", at + 1))
+        ++count;
     EXPECT_EQ(count, 1u) << outcome.err;
     EXPECT_NE(b.must({"state"}).find("\"user\":\"ümlaut+tag@example.org\""), std::string::npos) << "the kept account stays";
 }
@@ -110,7 +117,8 @@ TEST_F(TwoHostsTest, WatchPicksUpWhatOtherRunsSavedAndStopsOnASignal) {
 
 TEST_F(TwoHostsTest, ChunksAndPagesCarryEverything) {
     for (int i = 0; i < 4; ++i) {
-        for (int k = 0; k < 60; ++k) std::ofstream(directory.path() / ("f" + std::to_string(i) + "-" + std::to_string(k))) << i << k;
+        for (int k = 0; k < 60; ++k)
+            std::ofstream(directory.path() / ("f" + std::to_string(i) + "-" + std::to_string(k))) << i << k;
     }
     std::vector<std::string> import{"import"};
     for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {

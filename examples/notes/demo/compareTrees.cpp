@@ -1,5 +1,5 @@
-// compare-trees INPUT EXPORT [--except PATH]...: whether EXPORT holds every file of INPUT, byte for byte, and nothing else. Its walk
-// is its own, so that it can judge the program that wrote EXPORT.
+// compare-trees INPUT EXPORT [--except PATH]...: whether EXPORT holds every file of INPUT, byte for byte, and nothing else. Its
+// walk is its own, so that it can judge the program that wrote EXPORT.
 #include <iconv.h>
 
 #include <algorithm>
@@ -35,7 +35,8 @@ bool isUtf8(std::string text) {
     return good;
 }
 
-/// The paths of the files below the directory; symbolic links, names that are no UTF-8 and files that cannot be read do not count.
+/// The paths of the files below the directory; symbolic links, names that are no UTF-8 and files that cannot be read do not
+/// count.
 std::set<std::string> filesBelow(const fs::path& root) {
     std::set<std::string> found;
     std::error_code error;
