@@ -32,9 +32,14 @@ TEST_F(NotesAccountTest, ANewPasswordIsKeptAndTheOldOneRefused) {
     EXPECT_EQ(b.run({"sync"}).status, 1);
 }
 
-TEST_F(NotesAccountTest, AResetTellsNobodyWhoHasAnAccount) {
+TEST_F(NotesAccountTest, AResetTellsNobodyWhoHasAnAccountAndIsTheOperatorsToDo) {
     EXPECT_EQ(b.must({"reset-password", "u+1@example.org"}), "");
     EXPECT_EQ(b.must({"reset-password", "nobody@example.org"}), "");
+    a.must({"sync"});
+    Outcome reset = run("velkord", {"reset-password", "--user", "u+1@example.org", "--data", (directory / "service").string()});
+    ASSERT_EQ(reset.status, 0) << reset.err;
+    EXPECT_EQ(a.run({"sync"}).status, 1);
+    a.must({"login", "u+1@example.org", reset.out.substr(0, reset.out.find('\n'))});
     a.must({"sync"});
 }
 
