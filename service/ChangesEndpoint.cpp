@@ -58,9 +58,10 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
     } else {
         recordBatch(connection, partition.id, lock->serial, instance.id, partition.highest, {});
     }
-    if (partition.hash.empty()) partition.hash = directoryOf(connection, partition, written).hash();
     Withholding withholding(connection, partition, instance);
+    // Nobody compares the hash before the last part, and it costs as much as there are objects.
     if (!request.isMultiPart()) {
+        if (partition.hash.empty()) partition.hash = directoryOf(connection, partition, written).hash();
         if (instance.askedUnder != 0) withholding.judgeAsked(lock->serial, directoryOf(connection, partition, written));
         if (!withholding.isHashCurrent()) withholding.computeHash(directoryOf(connection, partition, written));
     }
@@ -90,7 +91,7 @@ void ChangesEndpoint::takeBatch(Connection& connection, Partition& partition, In
     const auto repeats = intake.repeats();
     intake.store();
     recordBatch(connection, partition.id, lock.serial, instance.id, above, repeats);
-    partition.hash = directory.hash();
+    partition.hash.clear();
     if (!intake.tookAny()) return;
     partition.provisional = instance.id;
     if (liftWithheld(connection, partition.id, partition.provisionalAbove)) instance.hashOf.clear();
@@ -137,8 +138,10 @@ std::string ChangesEndpoint::answer(Connection& connection, const Partition& par
     writer.endArray();
     writer.key("HIGHEST_XACTION");
     writer.number(request.isMultiPart() ? request.highest() : partition.highest);
-    writer.key("SYNC_HASH");
-    writer.string(hash);
+    if (!request.isMultiPart()) {
+        writer.key("SYNC_HASH");
+        writer.string(hash);
+    }
     writer.endObject();
     return text;
 }
