@@ -1,6 +1,6 @@
 // Taking in what another context has saved.
 #include "objectstore/ContextState.h"
-#include "platform/base/Exception.h"
+#include "objectstore/StoreReadFailure.h"
 #include "platform/concurrency/NotificationCenter.h"
 
 namespace velkor::NS {
@@ -39,7 +39,7 @@ void ContextState::merge(const ChangeRecord& record) {
     for (const auto& entity : coordinator->managedObjectModel().entities()) {
         if (changed[entity->index()].empty()) continue;
         if (auto result = refreshRows(*entity, changed[entity->index()]); !result) {
-            throw Exception(InternalInconsistencyException, result.error().localizedDescription());
+            throw StoreReadFailure(result.error());
         }
     }
 }

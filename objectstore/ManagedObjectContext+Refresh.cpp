@@ -3,7 +3,7 @@
 
 #include "objectstore/ContextState.h"
 #include "objectstore/ManagedObjectID.h"
-#include "platform/base/Exception.h"
+#include "objectstore/StoreReadFailure.h"
 #include "platform/base/Format.h"
 
 namespace velkor::NS {
@@ -16,7 +16,7 @@ void ContextState::fire(ManagedObject& fault) {
     assertConfinement();
     const auto batch = registry.faultsWith(fault, faultsFiredTogether);
     if (auto result = refreshRows(fault.entity(), batch); !result) {
-        throw Exception(InternalInconsistencyException, result.error().localizedDescription());
+        throw StoreReadFailure(result.error());
     }
 }
 
@@ -190,7 +190,7 @@ void ManagedObjectContext::refreshObject(const std::shared_ptr<ManagedObject>& o
         m_state->lookups.clear();
     } else if (state.status == ObjectStatus::updated || state.status == ObjectStatus::unchanged) {
         if (auto result = m_state->refreshRows(object->entity(), {object.get()}); !result) {
-            throw Exception(InternalInconsistencyException, result.error().localizedDescription());
+            throw StoreReadFailure(result.error());
         }
     }
 }

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "objectstore/ContextState.h"
+#include "objectstore/StoreReadFailure.h"
 #include "platform/base/Exception.h"
 #include "platform/base/Format.h"
 
@@ -44,7 +45,7 @@ LinkSet& ContextState::loadedLinksOf(ManagedObject& object, const RelationshipDe
     });
     ahead = std::min(ahead * 2, mostOwnersAhead);
     if (auto result = loadLinks(owners, toMany); !result) {
-        throw Exception(InternalInconsistencyException, result.error().localizedDescription());
+        throw StoreReadFailure(result.error());
     }
     return links;
 }

@@ -1,5 +1,7 @@
 #include "tests/objectstore/ContextFixture.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -103,6 +105,13 @@ ObjectRef ContextFixture::stored(std::string_view entityName, std::string_view g
 void ContextFixture::save(const ContextRef& context) {
     auto saved = context->save();
     ASSERT_TRUE(saved.ok()) << saved.error().localizedDescription();
+}
+
+void ContextFixture::tamper(const std::string& sql) const {
+    sqlite3* raw = nullptr;
+    ASSERT_EQ(sqlite3_open((m_directory / "Office.sqlite").c_str(), &raw), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(raw, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(raw);
+    sqlite3_close(raw);
 }
 
 const RelationshipDescription& ContextFixture::relationship(const ObjectRef& object, std::string_view name) {

@@ -1,9 +1,11 @@
 #include "objectstore/ManagedObjectContext.h"
 
+#include <functional>
 #include <thread>
 
 #include "objectstore/ManagedObjectID.h"
 #include "objectstore/ObjectClass.h"
+#include "objectstore/StoreReadFailure.h"
 #include "platform/base/Exception.h"
 #include "tests/objectstore/ContextFixture.h"
 
@@ -51,6 +53,36 @@ TEST_F(ManagedObjectContextTest, HoldsChangedObjectsOnly) {
     EXPECT_EQ(text(object(m_context, "Note", "n"), "title"), "changed");
     m_context->rollback();
     EXPECT_TRUE(note.expired());
+}
+
+TEST_F(ManagedObjectContextTest, RaisesTheErrorOfAReadThatFails) {
+    const ObjectRef note = insert(m_context, "Note", "n");
+    save(m_context);
+    const ContextRef other = newContext();
+    const ObjectRef known = object(other, "Note", "n");
+    const ContextRef third = newContext();
+    const ObjectRef fault = third->objectWithID(*note->objectID());
+    set(note, "title", "mine");
+    tamper("ALTER TABLE e_Note RENAME TO away; ALTER TABLE \"j_Note.tags\" RENAME TO away_tags");
+    ChangeRecord record;
+    record.changes.push_back({&note->entity(), note->objectID()->key(), ChangeKind::updated});
+    const std::pair<const char*, std::function<void()>> reads[] = {
+        {"fault", [&] { fault->primitiveValue("title"); }},
+        {"links", [&] { known->destinations(relationship(known, "tags")); }},
+        {"refresh", [&] { other->refreshObject(known, true); }},
+        {"merge", [&] { m_context->mergeChanges(record); }},
+        {"deletion", [&] { other->deleteObject(known); }},
+    };
+    for (const auto& [name, read] : reads) {
+        try {
+            read();
+            ADD_FAILURE() << name;
+        } catch (const StoreReadFailure& failure) {
+            EXPECT_EQ(failure.name(), InternalInconsistencyException) << name;
+            EXPECT_EQ(failure.reason(), failure.error().localizedDescription()) << name;
+            EXPECT_EQ(failure.error().domain(), PlatformErrorDomain) << name;
+        }
+    }
 }
 
 TEST_F(ManagedObjectContextTest, RunsRegisteredAccessors) {
