@@ -33,7 +33,7 @@ while IFS=: read -r layer allowed; do
 done <<<"$rules"
 
 # The object store and the platform could be lifted out whole: they say nothing of synchronisation.
-if grep -rniE '\bvlk_?|sync(controller|able)|velkorsync\b' --include='*.h' --include='*.cpp' objectstore platform | grep -vE "VELKORSYNC_RESOURCES|share|org\.velkor\.sync|VelkorErrorDomain"; then
+if grep -rniE '\bvlk_?|sync(controller|able)|velkorsync\b' --include='*.h' --include='*.cpp' objectstore platform | grep -vE "VELKORSYNC_RESOURCES|^platform/persistence/Bundle\.cpp:.*\bshare\b.*VelkorSync|org\.velkor\.sync|VelkorErrorDomain"; then
   echo "layers: platform and objectstore must not speak of synchronisation"
   failed=1
 fi
