@@ -29,13 +29,13 @@ constexpr Sql noteNumber{"UPDATE instances SET last_number = :number WHERE id = 
 Response unauthorised() { return Response::error(401, "The e-mail address or the password is wrong."); }
 Response notUploaded() { return Response::error(409, "No blob with this hash was uploaded."); }
 
-Response urlAnswer(std::string_view url) {
-    std::string text;
-    JSONWriter writer(text);
+Response answerWith(std::string_view name, std::string_view text) {
+    std::string body;
+    JSONWriter writer(body);
     writer.beginObject();
-    writer.member("url", url);
+    writer.member(name, text);
     writer.endObject();
-    return Response::json(std::move(text));
+    return Response::json(std::move(body));
 }
 
 Response formAnswer(const BlobForm& form) {
@@ -47,15 +47,6 @@ Response formAnswer(const BlobForm& form) {
     writer.beginObject();
     for (const auto& [name, value] : form.fields) writer.member(name, value);
     writer.endObject();
-    writer.endObject();
-    return Response::json(std::move(text));
-}
-
-Response hashAnswer(std::string_view hash) {
-    std::string text;
-    JSONWriter writer(text);
-    writer.beginObject();
-    writer.member("hash", hash);
     writer.endObject();
     return Response::json(std::move(text));
 }
@@ -84,7 +75,8 @@ Response BlobEndpoints::read(const BlobCall& call) {
     });
     if (!owner) return unauthorised();
     m_locks.noteTransfer(owner->user);
-    return urlAnswer(blob ? m_store.readURL(blob->name, blob->hash, call.origin) : call.origin + std::string(emptyBlobPath));
+    return answerWith("url",
+                      blob ? m_store.readURL(blob->name, blob->hash, call.origin) : call.origin + std::string(emptyBlobPath));
 }
 
 Response BlobEndpoints::write(const BlobCall& call) {
@@ -114,7 +106,7 @@ Response BlobEndpoints::wrote(const BlobCall& call, std::string_view form) {
         if (m_store.holds(name, *hash)) return confirm(call, name, *hash);
     }
     // A confirmation whose answer was lost comes again.
-    return blob && blob->hash == *hash ? hashAnswer(*hash) : notUploaded();
+    return blob && blob->hash == *hash ? answerWith("hash", *hash) : notUploaded();
 }
 
 Response BlobEndpoints::confirm(const BlobCall& call, const std::string& name, const std::string& hash) {
@@ -123,10 +115,10 @@ Response BlobEndpoints::confirm(const BlobCall& call, const std::string& name, c
         BlobTable table(connection, owner.partition, call.guid, call.attribute);
         const auto before = table.current();
         const bool isKept = before && before->hash == hash;
-        if (!table.confirm(name, hash, m_now())) return isKept ? hashAnswer(hash) : notUploaded();
+        if (!table.confirm(name, hash, m_now())) return isKept ? answerWith("hash", hash) : notUploaded();
         if (!isKept) renumber(connection, owner, call.guid);
         m_locks.noteTransferEnd(connection, owner.user);
-        return hashAnswer(hash);
+        return answerWith("hash", hash);
     });
     return answer.value_or(unauthorised());
 }
@@ -145,7 +137,7 @@ Response BlobEndpoints::remove(const BlobCall& call) {
             return BlobTable(connection, owner->partition, call.guid, call.attribute).takeOut(m_now());
         });
     }
-    return urlAnswer(name ? m_store.deleteURL(*name, call.origin) : call.origin + std::string(emptyBlobPath));
+    return answerWith("url", name ? m_store.deleteURL(*name, call.origin) : call.origin + std::string(emptyBlobPath));
 }
 
 std::optional<BlobEndpoints::Owner> BlobEndpoints::ownerOf(Connection& connection, const BlobCall& call) {
