@@ -14,6 +14,19 @@
 #include <thread>
 #include <vector>
 
+/// A socket that listens on a free loopback port, and where.
+inline int listenOnLoopback(sockaddr_in& address) {
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    bind(listener, reinterpret_cast<sockaddr*>(&address), length);
+    listen(listener, 16);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    return listener;
+}
+
 /// Listens on a free loopback port until the process ends, with a thread a connection.
 class CannedServer {
 public:
@@ -22,14 +35,8 @@ public:
     using Answerer = std::function<std::string_view(std::string_view head)>;
 
     explicit CannedServer(Answerer answerer) : m_answerer(std::move(answerer)) {
-        m_listener = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        bind(m_listener, reinterpret_cast<sockaddr*>(&address), length);
-        listen(m_listener, 16);
-        getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length);
+        sockaddr_in address;
+        m_listener = listenOnLoopback(address);
         url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
         std::thread([this] {
             for (int peer; (peer = accept(m_listener, nullptr, nullptr)) >= 0;)

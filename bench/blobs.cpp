@@ -1,22 +1,21 @@
 // What the service's embedded blob store costs beside the bare disk and the bare loopback interface, for one blob of 200 MB.
-#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "PelmoLib/encodings/NSData+Digests.h"
 #include "PelmoLib/encodings/NSString+UUID.h"
+#include "bench/CannedServer.h"
 #include "service/DiskBlobStore.h"
 #include "service/HttpServer.h"
 #include "service/Locks.h"
+#include "tests/support/TemporaryDirectory.h"
 
 using namespace velkor;
 using namespace velkor::service;
@@ -40,9 +39,7 @@ const std::string& content() {
 class Store : public HttpHandler {
 public:
     Store() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "velkor-bench-XXXXXX").string();
-        m_directory = mkdtemp(pattern.data());
-        m_store = DiskBlobStore::open(m_directory + "/blobs",
+        m_store = DiskBlobStore::open(m_directory / "blobs",
                                       {.now = Locks::systemMilliseconds, .isWanted = [](const std::string&) { return true; }})
                       .value();
         m_server = std::make_unique<HttpServer>(*this, HttpServer::Settings{});
@@ -52,18 +49,17 @@ public:
     ~Store() override {
         m_server->stop();
         m_thread.join();
-        std::filesystem::remove_all(m_directory);
     }
     std::optional<Response> admit(Request&, std::size_t) override { return std::nullopt; }
     std::shared_ptr<BodyReceiver> receiver(const Request& head) override { return m_store->receiver(head); }
     Response handle(Request& request) override { return m_store->serve(request).value(); }
 
     DiskBlobStore& operator*() { return *m_store; }
-    const std::string& directory() const { return m_directory; }
+    const test::TemporaryDirectory& directory() const { return m_directory; }
     std::string origin;
 
 private:
-    std::string m_directory;
+    const test::TemporaryDirectory m_directory;
     std::unique_ptr<DiskBlobStore> m_store;
     std::unique_ptr<HttpServer> m_server;
     std::thread m_thread;
@@ -86,7 +82,7 @@ void perform(benchmark::State& state, CURL* curl, long expected) {
 }
 
 void diskWrite(benchmark::State& state) {
-    const std::string file = store().directory() + "/plain";
+    const std::string file = store().directory() / "plain";
     for (auto _ : state) {
         const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         for (std::size_t at = 0; at < blobSize; at += bufferSize) {
@@ -100,14 +96,8 @@ void diskWrite(benchmark::State& state) {
 }
 
 void loopback(benchmark::State& state) {
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    bind(listener, reinterpret_cast<sockaddr*>(&address), length);
-    listen(listener, 1);
-    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    sockaddr_in address;
+    const int listener = listenOnLoopback(address);
     std::vector<char> buffer(bufferSize);
     for (auto _ : state) {
         std::thread sender([&] {
@@ -155,7 +145,7 @@ void upload(benchmark::State& state) {
 
 void download(benchmark::State& state) {
     const std::string name = stringWithUUID();
-    const auto files = BlobDirectory::open(store().directory() + "/blobs").value()->add(name);
+    const auto files = BlobDirectory::open(store().directory() / "blobs").value()->add(name);
     files->write(content());
     const std::string hash = files->publish(), url = (*store()).readURL(name, hash, store().origin);
     CURL* curl = curl_easy_init();

@@ -1,9 +1,7 @@
 // What capture costs: one saved object becomes a pending transaction, in a small and in a large store.
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include "PelmoLib/VLKSyncableObject.h"
@@ -14,12 +12,12 @@
 #include "platform/concurrency/OperationQueue.h"
 #include "platform/concurrency/RunLoop.h"
 #include "platform/persistence/UserDefaults.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
 using namespace velkor;
 using namespace velkor::NS;
-namespace fs = std::filesystem;
 
 class Note : public ManagedObject {};
 
@@ -37,7 +35,6 @@ public:
         static Host host;
         return host;
     }
-    ~Host() { fs::remove_all(m_directory); }
 
     void growTo(std::int64_t size) {
         while (m_size < size) {
@@ -64,10 +61,7 @@ public:
 private:
     Host() {
         RunLoop::main();
-        std::string pattern = (fs::temp_directory_path() / "velkor-bench-XXXXXX").string();
-        if (!::mkdtemp(pattern.data())) std::abort();
-        m_directory = pattern;
-        UserDefaults::standardUserDefaults().setDirectory(m_directory);
+        UserDefaults::standardUserDefaults().setDirectory(m_directory.path());
         m_coordinator = PersistentStoreCoordinator::open(model(), m_directory / "store.sqlite").value();
         m_entity = m_coordinator->managedObjectModel().entityNamed("Note");
         m_context = ManagedObjectContext::create(m_coordinator, ConcurrencyType::mainQueue);
@@ -76,7 +70,7 @@ private:
         });
     }
 
-    fs::path m_directory;
+    const test::TemporaryDirectory m_directory;
     std::shared_ptr<PersistentStoreCoordinator> m_coordinator;
     std::shared_ptr<ManagedObjectContext> m_context;
     const EntityDescription* m_entity = nullptr;

@@ -1,11 +1,9 @@
 // The guids of a full listing, gathered from a store of a million notes, against the SELECT of the same columns: run as a pair.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
-#include <stdlib.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -16,12 +14,12 @@
 #include "objectstore/ManagedObjectContext.h"
 #include "objectstore/ManagedObjectModel.h"
 #include "objectstore/ObjectClass.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
 using namespace velkor;
 using namespace velkor::NS;
-namespace fs = std::filesystem;
 
 constexpr int noteCount = 1'000'000;
 
@@ -52,17 +50,10 @@ std::shared_ptr<const ManagedObjectModel> model() {
 /// A store of notes that goes with the object, filled behind its back.
 struct Store {
     Store() {
-        std::string pattern = (fs::temp_directory_path() / "velkor-bench-XXXXXX").string();
-        directory = ::mkdtemp(pattern.data());
-        coordinator = PersistentStoreCoordinator::open(model(), directory / "Notes.sqlite").value();
         require(sqlite3_open(coordinator->file().c_str(), &raw) == SQLITE_OK, "open");
         fill();
     }
-    ~Store() {
-        sqlite3_close(raw);
-        coordinator.reset();
-        fs::remove_all(directory);
-    }
+    ~Store() { sqlite3_close(raw); }
     sqlite3_stmt* prepare(const char* sql) {
         sqlite3_stmt* statement = nullptr;
         require(sqlite3_prepare_v2(raw, sql, -1, &statement, nullptr) == SQLITE_OK, sql);
@@ -91,8 +82,9 @@ struct Store {
         sqlite3_exec(raw, "COMMIT", nullptr, nullptr, nullptr);
     }
 
-    fs::path directory;
-    std::shared_ptr<PersistentStoreCoordinator> coordinator;
+    const test::TemporaryDirectory directory;
+    const std::shared_ptr<PersistentStoreCoordinator> coordinator =
+        PersistentStoreCoordinator::open(model(), directory / "Notes.sqlite").value();
     sqlite3* raw = nullptr;
 };
 

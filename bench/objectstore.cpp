@@ -3,13 +3,13 @@
 #include <sqlite3.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "objectstore/ManagedObjectContext.h"
 #include "objectstore/PersistentStoreCoordinator.h"
 #include "objectstore/StoreSession.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
@@ -87,8 +87,6 @@ std::vector<std::vector<Value>> makeRows() {
 /// A file in memory-backed or other temporary storage with the store's own tables.
 struct File {
     File() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "store-bench-XXXXXX").string();
-        directory = ::mkdtemp(pattern.data());
         coordinator = must(PersistentStoreCoordinator::open(shared, directory / "Data.sqlite"));
         require(
             sqlite3_open_v2(coordinator->file().c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK,
@@ -101,7 +99,6 @@ struct File {
         session.reset();
         coordinator.reset();
         sqlite3_close(raw);
-        std::filesystem::remove_all(directory);
     }
     void execute(const char* sql) { require(sqlite3_exec(raw, sql, nullptr, nullptr, nullptr) == SQLITE_OK, sql); }
     sqlite3_stmt* prepare(const char* sql) {
@@ -137,7 +134,7 @@ struct File {
     }
 
     const std::shared_ptr<const ManagedObjectModel> shared = model();
-    std::filesystem::path directory;
+    const velkor::test::TemporaryDirectory directory;
     std::shared_ptr<PersistentStoreCoordinator> coordinator;
     std::unique_ptr<StoreSession> session;
     const EntityDescription* entity = nullptr;

@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -20,6 +21,7 @@
 #include "PelmoLib/encodings/NSData+Compression.h"
 #include "PelmoLib/encodings/NSData_Base64.h"
 #include "json/CJSONDeserializer.h"
+#include "tests/support/TemporaryDirectory.h"
 
 extern char** environ;
 
@@ -34,11 +36,7 @@ constexpr double mostTimesTheMedian = 20;
 class Server {
 public:
     explicit Server(std::vector<std::string> options) {
-        if (options.empty()) {
-            std::string pattern = (std::filesystem::temp_directory_path() / "velkor-bench-XXXXXX").string();
-            m_directory = mkdtemp(pattern.data());
-            options = {"--data", m_directory};
-        }
+        if (options.empty()) options = {"--data", m_directory.emplace().path()};
         std::string program = std::filesystem::read_symlink("/proc/self/exe").replace_filename("velkord");
         std::string listen = "--listen", address = "127.0.0.1:0";
         std::vector<char*> words{program.data(), listen.data(), address.data()};
@@ -61,13 +59,13 @@ public:
     ~Server() {
         kill(m_pid, SIGTERM);
         waitpid(m_pid, nullptr, 0);
-        if (!m_directory.empty()) std::filesystem::remove_all(m_directory);
     }
     const std::string& url() const { return m_url; }
 
 private:
     pid_t m_pid = -1;
-    std::string m_url, m_directory;
+    std::string m_url;
+    std::optional<test::TemporaryDirectory> m_directory;
 };
 
 /// The changes request of one side's cycle; the payloads are the same for all users.

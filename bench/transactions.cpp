@@ -1,74 +1,33 @@
 // Push and pull without a network: many notes become one text of transactions, and a page of them is written into a store.
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "PelmoLib/VLKSyncableObject.h"
 #include "PelmoLib/encodings/NSString+UUID.h"
 #include "Sync/VLKBatchWriter.h"
 #include "Sync/VLKChangeWriteOperation.h"
 #include "Sync/VLKTransaction.h"
+#include "bench/NotesModel.h"
 #include "json/CJSONDeserializer.h"
 #include "json/JSONWriter.h"
-#include "objectstore/ManagedObjectModel.h"
-#include "objectstore/ObjectClass.h"
+#include "objectstore/PersistentStoreCoordinator.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
 using namespace velkor;
 using namespace velkor::NS;
-namespace fs = std::filesystem;
-
-class Notebook : public ManagedObject {};
-class Note : public ManagedObject {};
-class Tag : public ManagedObject {};
-
-std::shared_ptr<const ManagedObjectModel> model() {
-    ObjectClass::registerClass<Notebook>("Notebook").adopt(VLKSyncableObject);
-    ObjectClass::registerClass<Note>("Note").adopt(VLKSyncableObject);
-    ObjectClass::registerClass<Tag>("Tag").adopt(VLKSyncableObject);
-    ModelBuilder builder;
-    builder.entity("Notebook")
-        .attribute("guid", AttributeType::string)
-        .attribute("title", AttributeType::string)
-        .toMany("notes", "Note", "notebook");
-    builder.entity("Note")
-        .attribute("guid", AttributeType::string)
-        .attribute("title", AttributeType::string)
-        .attribute("body", AttributeType::string)
-        .attribute("createdAt", AttributeType::date)
-        .attribute("pinned", AttributeType::boolean)
-        .attribute("rating", AttributeType::integer32)
-        .attribute("score", AttributeType::doubleType)
-        .toOne("notebook", "Notebook", "notes")
-        .toMany("tags", "Tag", "notes");
-    builder.entity("Tag")
-        .attribute("guid", AttributeType::string)
-        .attribute("name", AttributeType::string)
-        .toMany("notes", "Note", "tags");
-    return builder.build().value();
-}
 
 /// A store that goes with the object.
 struct Store {
-    Store() {
-        std::string pattern = (fs::temp_directory_path() / "velkor-bench-XXXXXX").string();
-        if (!::mkdtemp(pattern.data())) std::abort();
-        directory = pattern;
-        coordinator = PersistentStoreCoordinator::open(model(), directory / "store.sqlite").value();
-    }
-    ~Store() {
-        coordinator.reset();
-        fs::remove_all(directory);
-    }
     std::shared_ptr<ManagedObjectContext> newContext() const { return ManagedObjectContext::create(coordinator); }
-    fs::path directory;
-    std::shared_ptr<PersistentStoreCoordinator> coordinator;
+
+    const test::TemporaryDirectory directory;
+    const std::shared_ptr<PersistentStoreCoordinator> coordinator =
+        PersistentStoreCoordinator::open(bench::notesModel(), directory / "store.sqlite").value();
 };
 
 std::string words(std::mt19937& random, std::size_t length) {
@@ -94,7 +53,7 @@ VLKTransactionMap fill(const Store& store, const std::shared_ptr<ManagedObjectCo
     };
     std::vector<std::shared_ptr<ManagedObject>> books, tags;
     for (std::size_t i = 0; i < count / 100 + 1; ++i)
-        (books.push_back(insert("Notebook")), books.back()->setValueForKey("Notebook " + std::to_string(i), "title"));
+        (books.push_back(insert("Notebook")), books.back()->setValueForKey("Notebook " + std::to_string(i), "name"));
     for (std::size_t i = 0; i < 50; ++i)
         (tags.push_back(insert("Tag")), tags.back()->setValueForKey("tag " + std::to_string(i), "name"));
     for (std::size_t i = 0; i < count; ++i) {

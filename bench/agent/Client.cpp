@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "PelmoLib/VLKSyncableObject.h"
 #include "PelmoLib/encodings/NSData+Digests.h"
 #include "PelmoLib/encodings/NSData_Base64.h"
 #include "Sync/VLKSyncableObjectHasher.h"
-#include "objectstore/ObjectClass.h"
+#include "bench/NotesModel.h"
 #include "platform/concurrency/OperationQueue.h"
 #include "platform/concurrency/RunLoop.h"
 #include "platform/persistence/UserDefaults.h"
@@ -21,10 +20,6 @@ namespace {
 constexpr const char* email = "bench@example.org";
 constexpr const char* password = "bench-password";
 
-class Notebook : public NS::ManagedObject {};
-class Note : public NS::ManagedObject {};
-class Tag : public NS::ManagedObject {};
-
 template <class T>
 T require(NS::Result<T> result) {
     if (!result.ok()) throw std::runtime_error(result.error().localizedDescription());
@@ -33,33 +28,6 @@ T require(NS::Result<T> result) {
 
 void require(const NS::Result<void>& result) {
     if (!result.ok()) throw std::runtime_error(result.error().localizedDescription());
-}
-
-std::shared_ptr<const NS::ManagedObjectModel> makeModel() {
-    using NS::AttributeType;
-    NS::ObjectClass::registerClass<Notebook>("Notebook").adopt(VLKSyncableObject);
-    NS::ObjectClass::registerClass<Note>("Note").adopt(VLKSyncableObject);
-    NS::ObjectClass::registerClass<Tag>("Tag").adopt(VLKSyncableObject);
-    NS::ModelBuilder builder;
-    builder.entity("Notebook")
-        .attribute("guid", AttributeType::string)
-        .attribute("name", AttributeType::string)
-        .toMany("notes", "Note", "notebook");
-    builder.entity("Tag")
-        .attribute("guid", AttributeType::string)
-        .attribute("name", AttributeType::string)
-        .toMany("notes", "Note", "tags");
-    builder.entity("Note")
-        .attribute("guid", AttributeType::string)
-        .attribute("title", AttributeType::string)
-        .attribute("body", AttributeType::string)
-        .attribute("createdAt", AttributeType::date)
-        .attribute("pinned", AttributeType::boolean)
-        .attribute("rating", AttributeType::integer32)
-        .attribute("score", AttributeType::doubleType)
-        .toOne("notebook", "Notebook", "notes")
-        .toMany("tags", "Tag", "notes");
-    return require(builder.build());
 }
 
 }  // namespace
@@ -71,7 +39,8 @@ Client::Client(const Settings& settings) : m_settings(settings) {
     options.fullSync = settings.fullSync;
     options.history = true;
     options.historyKeptAttributes = {"guid", "expired", "doNotSynchronize"};
-    m_coordinator = require(NS::PersistentStoreCoordinator::open(makeModel(), settings.directory / "Notes.sqlite", options));
+    m_coordinator =
+        require(NS::PersistentStoreCoordinator::open(bench::notesModel(), settings.directory / "Notes.sqlite", options));
     m_context = NS::ManagedObjectContext::create(m_coordinator, NS::ConcurrencyType::mainQueue);
     m_controller = VLKSyncController::globalInstanceWithServerURL(settings.serverURL, [coordinator = m_coordinator] {
         return NS::ManagedObjectContext::create(coordinator, NS::ConcurrencyType::privateQueue);

@@ -14,7 +14,7 @@ class Attachment : public velkor::NS::ManagedObject {};
 /// Never leaves this machine.
 class LocalDraft : public velkor::NS::ManagedObject {};
 
-/// Registers the classes above; once, at start.
+/// Registers the classes above, at start.
 void registerClasses();
 std::shared_ptr<const velkor::NS::ManagedObjectModel> makeModel();
 

@@ -28,7 +28,7 @@ protected:
     void installModel() {
         const fs::path resources = store.directory() / "resources";
         fs::create_directory(resources);
-        ASSERT_TRUE(writeDictionaryToFile(*notesModel()->propertyList().asDictionary(), resources / "Notes.momd").ok());
+        ASSERT_TRUE(writeDictionaryToFile(*notes::makeModel()->propertyList().asDictionary(), resources / "Notes.momd").ok());
         Bundle::libraryBundle().addResourceDirectory(resources);
     }
     template <class Action>

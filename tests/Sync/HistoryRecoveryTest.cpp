@@ -43,8 +43,8 @@ std::string environment(const char* name) {
 class DyingHost : public testing::Test {
 protected:
     DyingHost() : directory(environment("VELKOR_TEST_DIRECTORY")) {
-        registerNotesClasses();
-        auto opened = NS::PersistentStoreCoordinator::open(notesModel(), directory / "Notes.sqlite");
+        notes::registerClasses();
+        auto opened = NS::PersistentStoreCoordinator::open(notes::makeModel(), directory / "Notes.sqlite");
         EXPECT_TRUE(opened.ok()) << opened.error().description();
         coordinator = std::move(opened).value();
         host = NS::ManagedObjectContext::create(coordinator);
@@ -295,7 +295,7 @@ protected:
         std::set<std::string> saves;
         std::ifstream progress(directory / "progress");
         for (std::string line; std::getline(progress, line);) saves.insert(line);
-        auto opened = NS::PersistentStoreCoordinator::open(notesModel(), directory / "Notes.sqlite");
+        auto opened = NS::PersistentStoreCoordinator::open(notes::makeModel(), directory / "Notes.sqlite");
         ASSERT_TRUE(opened.ok()) << opened.error().description();
         const auto newContext = [&] { return NS::ManagedObjectContext::create(opened.value()); };
         TestController survivor(service.url(), newContext);

@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace velkor::test {
 
@@ -55,19 +54,6 @@ SaveLog::SaveLog(const ContextRef& context) {
 }
 
 SaveLog::~SaveLog() { NotificationCenter::defaultCenter().removeObserver(m_token); }
-
-ContextFixture::ContextFixture() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "context-test-XXXXXX").string();
-    m_directory = ::mkdtemp(pattern.data());
-    reopen({});
-}
-
-ContextFixture::~ContextFixture() {
-    m_readers.clear();
-    m_store.reset();
-    std::error_code ignored;
-    std::filesystem::remove_all(m_directory, ignored);
-}
 
 void ContextFixture::reopen(const StoreOptions& options) {
     m_readers.clear();

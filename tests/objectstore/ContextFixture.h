@@ -12,6 +12,7 @@
 #include "objectstore/ChangeRecord.h"
 #include "objectstore/ManagedObjectContext.h"
 #include "platform/concurrency/NotificationCenter.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace velkor::test {
 
@@ -40,8 +41,7 @@ private:
 
 class ContextFixture : public ::testing::Test {
 protected:
-    ContextFixture();
-    ~ContextFixture() override;
+    ContextFixture() { reopen({}); }
 
     /// Closes the store, contexts and objects must be gone, and opens it anew.
     void reopen(const NS::StoreOptions& options);
@@ -67,7 +67,7 @@ protected:
     static void add(const ObjectRef& owner, std::string_view name, const ObjectRef& member);
     static void remove(const ObjectRef& owner, std::string_view name, const ObjectRef& member);
 
-    std::filesystem::path m_directory;
+    const TemporaryDirectory m_directory;
     std::shared_ptr<NS::PersistentStoreCoordinator> m_store;
     std::vector<ContextRef> m_readers;  // of stored()
 };

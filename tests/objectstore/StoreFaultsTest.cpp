@@ -111,7 +111,7 @@ TEST_F(StoreFaultsTest, FilesOfOthersAreRefusedAndLeftAlone) {
               "The store " + m_file.string() + " is no object store, but a database of another program.");
     EXPECT_EQ(contentOf(m_file), database);
 
-    EXPECT_EQ(codeOf(PersistentStoreCoordinator::open(m_model, m_directory)), StoreError::ioFailure);
+    EXPECT_EQ(codeOf(PersistentStoreCoordinator::open(m_model, m_directory.path())), StoreError::ioFailure);
     EXPECT_EQ(codeOf(PersistentStoreCoordinator::open(m_model, m_directory / "no" / "file")), StoreError::ioFailure);
 }
 
@@ -202,7 +202,7 @@ TEST_F(StoreFaultsTest, FullDiskFailsTheSaveAndKeepsWhatWasThere) {
 
 TEST_F(StoreFaultsTest, ReadOnlyFilesAreRefused) {
     makeStore(1);
-    std::filesystem::permissions(m_directory, std::filesystem::perms(0555));
+    std::filesystem::permissions(m_directory.path(), std::filesystem::perms(0555));
     std::filesystem::permissions(m_file, std::filesystem::perms(0444));
     const Child child([&] {
         if (::geteuid() == 0 && (::setegid(65534) != 0 || ::seteuid(65534) != 0)) return 9;
@@ -211,7 +211,7 @@ TEST_F(StoreFaultsTest, ReadOnlyFilesAreRefused) {
         return codeOf(PersistentStoreCoordinator::open(m_model, m_directory / "new")) == StoreError::readOnly ? 0 : 2;
     });
     EXPECT_EQ(child.status(), 0);
-    std::filesystem::permissions(m_directory, std::filesystem::perms(0755));
+    std::filesystem::permissions(m_directory.path(), std::filesystem::perms(0755));
 }
 
 TEST_F(StoreFaultsTest, LockedFilesFailTheWriterAfterTheTimeoutButNoReader) {

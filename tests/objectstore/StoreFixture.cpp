@@ -1,7 +1,5 @@
 #include "tests/objectstore/StoreFixture.h"
 
-#include <cstdlib>
-
 namespace velkor::test {
 
 std::shared_ptr<const ManagedObjectModel> libraryModel() {
@@ -30,17 +28,6 @@ std::shared_ptr<const ManagedObjectModel> libraryModel() {
         .toMany("readers", "Author", "");
     builder.entity("Tag").attribute("name", AttributeType::string).toMany("books", "Book", "tags");
     return must(builder.build());
-}
-
-StoreFixture::StoreFixture() : m_model(libraryModel()) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "store-test-XXXXXX").string();
-    m_directory = ::mkdtemp(pattern.data());
-    m_file = m_directory / "Data.sqlite";
-}
-
-StoreFixture::~StoreFixture() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_directory, ignored);
 }
 
 std::shared_ptr<PersistentStoreCoordinator> StoreFixture::open(const StoreOptions& options) {

@@ -12,6 +12,7 @@
 
 #include "objectstore/PersistentStoreCoordinator.h"
 #include "objectstore/StoreSession.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace velkor::test {
 
@@ -42,11 +43,11 @@ std::int64_t codeOf(const Result<T>& result) {
     return result ? 0 : result.error().code();
 }
 
+/// Books by authors with tags and related books, and readers without inverse; every type of attribute.
+std::shared_ptr<const ManagedObjectModel> libraryModel();
+
 class StoreFixture : public ::testing::Test {
 protected:
-    StoreFixture();
-    ~StoreFixture() override;
-
     /// Opens the test's file.
     std::shared_ptr<PersistentStoreCoordinator> open(const StoreOptions& options = {});
     Result<std::shared_ptr<PersistentStoreCoordinator>> tryOpen(std::shared_ptr<const ManagedObjectModel> model,
@@ -64,12 +65,9 @@ protected:
 
     const EntityDescription& entity(std::string_view name) const { return *m_model->entityNamed(name); }
 
-    std::filesystem::path m_directory;
-    std::filesystem::path m_file;
-    std::shared_ptr<const ManagedObjectModel> m_model;
+    const TemporaryDirectory m_directory;
+    const std::filesystem::path m_file = m_directory / "Data.sqlite";
+    const std::shared_ptr<const ManagedObjectModel> m_model = libraryModel();
 };
-
-/// Books by authors with tags and related books, and readers without inverse; every type of attribute.
-std::shared_ptr<const ManagedObjectModel> libraryModel();
 
 }  // namespace velkor::test

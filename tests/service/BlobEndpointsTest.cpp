@@ -58,7 +58,7 @@ protected:
     }
     std::size_t filesInStore() const {
         std::size_t count = 0;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(m_directory.path() + "/blobs")) {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(m_directory / "blobs")) {
             count += entry.is_regular_file();
         }
         return count - 1;  // the key
@@ -309,7 +309,7 @@ TEST_F(BlobEndpointsTest, theStoreComesBackAsItWas) {
     a.changes({insertOf("g1"), insertOf("g2")});
     ASSERT_EQ(upload(calls("g1"), "content"), 200);
     const std::string url = callsOfUser("g1").url("read");
-    const std::string root = m_directory.path() + "/blobs";
+    const std::string root = m_directory / "blobs";
     {
         // One that is being received stays, what a dead process left goes.
         auto files = BlobDirectory::open(root);

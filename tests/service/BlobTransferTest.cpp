@@ -41,8 +41,8 @@ protected:
         return content;
     }
 
-    TemporaryDirectory m_directory;
-    const std::string m_data = m_directory.path() + "/data";
+    test::TemporaryDirectory m_directory;
+    const std::string m_data = m_directory / "data";
     TestDatabase m_database{m_data};
     std::unique_ptr<Program> m_program;
     HttpClient m_client;

@@ -123,7 +123,7 @@ TEST_F(S3BlobStoreTest, aBlobGoesUpAndComesDown) {
 }
 
 TEST_F(S3BlobStoreTest, theServiceSendsClientsThere) {
-    TemporaryDirectory directory;
+    test::TemporaryDirectory directory;
     const TestDatabase database(directory.path());
     const Program program(database, {"--blob-store", m_url, "--max-blob", "1000"});
     const NS::Dictionary user{{"email", "u@example.org"}, {"password", "secret"}};

@@ -22,7 +22,7 @@ protected:
         return TestClient(program.exchange(), "u@example.org", "secret", instance, app);
     }
 
-    TemporaryDirectory m_directory;
+    test::TemporaryDirectory m_directory;
     TestDatabase m_place{m_directory.path()};
 };
 

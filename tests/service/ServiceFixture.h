@@ -20,22 +20,9 @@
 #include "service/DiskBlobStore.h"
 #include "service/Router.h"
 #include "tests/support/PostgreSQL.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace velkor::service {
-
-/// A directory of the test's own, gone at its end.
-class TemporaryDirectory {
-public:
-    TemporaryDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "velkord-test-XXXXXX").string();
-        m_path = mkdtemp(pattern.data());
-    }
-    ~TemporaryDirectory() { std::filesystem::remove_all(m_path); }
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
 
 /// Where a test's service keeps its data: embedded in a directory, or on the server of this run of the tests.
 class TestDatabase {
@@ -282,20 +269,17 @@ protected:
     }
 
     void openBlobStore() {
+        const auto isWanted = [this](const std::string& name) {
+            return m_database->read([&](Connection& connection) { return BlobTable::isUpload(connection, name); });
+        };
         auto opened = DiskBlobStore::open(
-            m_directory.path() + "/blobs",
-            {.maximumBlob = 100'000,
-             .now = [this] { return m_time.load(); },
-             .isWanted =
-                 [this](const std::string& name) {
-                     return m_database->read([&](Connection& connection) { return BlobTable::isUpload(connection, name); });
-                 }});
+            m_directory / "blobs", {.maximumBlob = 100'000, .now = [this] { return m_time.load(); }, .isWanted = isWanted});
         if (!opened) throw std::runtime_error(opened.error().localizedDescription());
         m_blobStore = std::move(opened).value();
     }
 
-    TemporaryDirectory m_directory;
-    TestDatabase m_place{m_directory.path() + "/data"};
+    test::TemporaryDirectory m_directory;
+    TestDatabase m_place{m_directory / "data"};
     std::unique_ptr<Database> m_database;
     std::unique_ptr<Database> m_otherDatabase;  // null unless on PostgreSQL
     std::unique_ptr<DiskBlobStore> m_blobStore;

@@ -1,4 +1,4 @@
-// The model of the example host, for tests: notebooks, notes, tags and attachments take part in sync, drafts do not. `Tag` and
+// Stores of the example host's model: notebooks, notes, tags and attachments take part in sync, drafts do not. `Tag` and
 // `Attachment` answer no optional member.
 #pragma once
 
@@ -8,41 +8,34 @@
 #include <string_view>
 #include <vector>
 
+#include "examples/notes/Model.h"
 #include "objectstore/ManagedObject.h"
 #include "objectstore/ManagedObjectContext.h"
 #include "objectstore/ManagedObjectModel.h"
 #include "objectstore/ObjectClass.h"
 #include "objectstore/PersistentStoreCoordinator.h"
 #include "platform/base/Value.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace velkor::test {
 
-class Notebook : public NS::ManagedObject {};
-class Note : public NS::ManagedObject {};
-class Tag : public NS::ManagedObject {};
-class Attachment : public NS::ManagedObject {};
-class LocalDraft : public NS::ManagedObject {};
+using notes::Attachment, notes::LocalDraft, notes::Note, notes::Notebook, notes::Tag;
 
-/// Registers the classes afresh, so that a test may then add members of its own.
-void registerNotesClasses();
-std::shared_ptr<const NS::ManagedObjectModel> notesModel();
-
-/// A store of that model in a directory of its own, which goes with the object. Registers the classes.
+/// A store in a directory of its own, which goes with the object. Registers the classes afresh, so that a test may then add
+/// members of its own.
 class NotesStore {
 public:
-    explicit NotesStore(const NS::StoreOptions& options = {}, std::shared_ptr<const NS::ManagedObjectModel> model = notesModel());
-    ~NotesStore();
-    NotesStore(const NotesStore&) = delete;
-    NotesStore& operator=(const NotesStore&) = delete;
+    explicit NotesStore(const NS::StoreOptions& options = {},
+                        std::shared_ptr<const NS::ManagedObjectModel> model = notes::makeModel());
 
     std::shared_ptr<NS::ManagedObjectContext> newContext() const;
     const std::shared_ptr<NS::PersistentStoreCoordinator>& coordinator() const { return m_coordinator; }
-    const std::filesystem::path& directory() const { return m_directory; }
+    const std::filesystem::path& directory() const { return m_directory.path(); }
     /// Renames a table behind the coordinator's back: what needs it cannot be read until it has its name again.
     void renameTable(const std::string& from, const std::string& to) const;
 
 private:
-    std::filesystem::path m_directory;
+    const TemporaryDirectory m_directory;
     std::shared_ptr<NS::PersistentStoreCoordinator> m_coordinator;
 };
 

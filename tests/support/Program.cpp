@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 
 namespace velkor::test {
 
@@ -128,17 +129,6 @@ const Outcome& Program::wait() {
 Outcome run(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment,
             const std::string& input) {
     return Program(program, arguments, environment, input).wait();
-}
-
-TemporaryDirectory::TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "velkor-test-XXXXXX").string();
-    if (!::mkdtemp(pattern.data())) std::abort();
-    m_path = pattern;
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
 }
 
 }  // namespace velkor::test

@@ -2,7 +2,6 @@
 
 #include <sys/types.h>
 
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -54,19 +53,5 @@ private:
 /// Runs the program to its end.
 Outcome run(const std::string& program, const std::vector<std::string>& arguments, const Environment& environment = {},
             const std::string& input = {});
-
-/// A directory that goes with the object.
-class TemporaryDirectory {
-public:
-    TemporaryDirectory();
-    ~TemporaryDirectory();
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-    const std::filesystem::path& path() const noexcept { return m_path; }
-    std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
-
-private:
-    std::filesystem::path m_path;
-};
 
 }  // namespace velkor::test

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/Program.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace velkor::test {
 

@@ -11,7 +11,7 @@
 #include <csignal>
 #include <fstream>
 
-#include "tests/platform/persistence/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace velkor::NS {
 namespace {
@@ -20,8 +20,8 @@ std::string contentOf(const std::filesystem::path& path) { return readFile(path)
 
 class AtomicFileTest : public testing::Test {
 protected:
-    TemporaryDirectory m_directory;
-    std::filesystem::path m_file = m_directory.path() / "state";
+    test::TemporaryDirectory m_directory;
+    std::filesystem::path m_file = m_directory / "state";
 };
 
 TEST_F(AtomicFileTest, replacesTheContentForItsOwnerOnly) {
@@ -32,7 +32,7 @@ TEST_F(AtomicFileTest, replacesTheContentForItsOwnerOnly) {
     struct stat status {};
     ASSERT_EQ(::stat(m_file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600u);
-    EXPECT_EQ(m_directory.fileCount(), 1u);
+    EXPECT_EQ(m_directory.fileCount(), 1);
 }
 
 TEST_F(AtomicFileTest, aFullDiskLeavesTheOldContentAndSaysSo) {
@@ -49,13 +49,13 @@ TEST_F(AtomicFileTest, aFullDiskLeavesTheOldContentAndSaysSo) {
     EXPECT_EQ(result.error().code(), EFBIG);
     EXPECT_NE(result.error().localizedDescription().find(m_file.string()), std::string::npos);
     EXPECT_EQ(contentOf(m_file), "old");
-    EXPECT_EQ(m_directory.fileCount(), 1u);
+    EXPECT_EQ(m_directory.fileCount(), 1);
 }
 
 TEST_F(AtomicFileTest, reportsWhatCannotBeReadOrWritten) {
     EXPECT_EQ(readFile(m_file).error().code(), ENOENT);
     EXPECT_EQ(readFile(m_directory.path()).error().code(), EISDIR);
-    EXPECT_EQ(writeFileAtomically(m_directory.path() / "missing" / "state", "x").error().code(), ENOENT);
+    EXPECT_EQ(writeFileAtomically(m_directory / "missing" / "state", "x").error().code(), ENOENT);
     ASSERT_TRUE(writeFileAtomically(m_file, "12345"));
     EXPECT_TRUE(readFile(m_file, 5));
     EXPECT_EQ(readFile(m_file, 4).error().code(), EFBIG);
@@ -63,16 +63,16 @@ TEST_F(AtomicFileTest, reportsWhatCannotBeReadOrWritten) {
 }
 
 TEST_F(AtomicFileTest, removesOnlyWhatDeadWritersLeftBehind) {
-    const auto touch = [&](const char* name) { std::ofstream(m_directory.path() / name) << "x"; };
+    const auto touch = [&](const char* name) { std::ofstream(m_directory / name) << "x"; };
     touch(".state.123.tmp");
     touch(".state.456.tmp");
     touch(".state.backup.7.tmp");  // of the file "state.backup"
     touch("state.1.tmp");
-    const int writer = ::open((m_directory.path() / ".state.456.tmp").c_str(), O_WRONLY);
+    const int writer = ::open((m_directory / ".state.456.tmp").c_str(), O_WRONLY);
     ASSERT_EQ(::flock(writer, LOCK_EX), 0);
     removeStaleTemporaryFiles(m_file);
-    EXPECT_FALSE(std::filesystem::exists(m_directory.path() / ".state.123.tmp"));
-    EXPECT_EQ(m_directory.fileCount(), 3u);
+    EXPECT_FALSE(std::filesystem::exists(m_directory / ".state.123.tmp"));
+    EXPECT_EQ(m_directory.fileCount(), 3);
     ::close(writer);
 }
 

@@ -8,7 +8,7 @@
 #include <limits>
 
 #include "platform/persistence/AtomicFile.h"
-#include "tests/platform/persistence/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace velkor::NS {
 namespace {
@@ -168,8 +168,8 @@ TEST(PropertyListTest, readsBinaryAndRefusesDamagedBinary) {
 }
 
 TEST(PropertyListTest, filesHoldDictionaries) {
-    const TemporaryDirectory directory;
-    const auto path = directory.path() / "file.plist";
+    const test::TemporaryDirectory directory;
+    const auto path = directory / "file.plist";
     EXPECT_EQ(dictionaryWithContentsOfFile(path).error().code(), ENOENT);
     ASSERT_TRUE(writeDictionaryToFile({{"a", 1}}, path));
     EXPECT_EQ(dictionaryWithContentsOfFile(path).value(), (Dictionary{{"a", 1}}));

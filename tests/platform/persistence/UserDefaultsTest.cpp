@@ -9,18 +9,18 @@
 #include "platform/persistence/AtomicFile.h"
 #include "platform/persistence/Bundle.h"
 #include "platform/persistence/PropertyList.h"
-#include "tests/platform/persistence/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace velkor::NS {
 namespace {
 
 class UserDefaultsTest : public testing::Test {
 protected:
-    void SetUp() override { m_defaults.setDirectory(m_directory.path() / "host"); }
+    void SetUp() override { m_defaults.setDirectory(m_directory / "host"); }
     Dictionary onDisk() const { return dictionaryWithContentsOfFile(m_file).value(); }
 
-    TemporaryDirectory m_directory;
-    std::filesystem::path m_file = m_directory.path() / "host" / "defaults.plist";
+    test::TemporaryDirectory m_directory;
+    std::filesystem::path m_file = m_directory / "host" / "defaults.plist";
     UserDefaults& m_defaults = UserDefaults::standardUserDefaults();
 };
 
@@ -31,7 +31,7 @@ TEST_F(UserDefaultsTest, writesEachChangeAndReadsItBack) {
     ASSERT_TRUE(m_defaults.removeObjectForKey("old"));
     ASSERT_TRUE(m_defaults.removeObjectForKey("never there"));
     EXPECT_EQ(onDisk(), (Dictionary{{"state", Dictionary{{"HIGHEST_XACTION", -1}}}}));
-    m_defaults.setDirectory(m_directory.path() / "host");  // as at the next start
+    m_defaults.setDirectory(m_directory / "host");  // as at the next start
     EXPECT_EQ(m_defaults.objectForKey("state"), (Value(Dictionary{{"HIGHEST_XACTION", -1}})));
 }
 
@@ -72,7 +72,7 @@ TEST_F(UserDefaultsTest, aValueThatFitsNoPropertyListRaisesAndChangesNothing) {
 }
 
 TEST_F(UserDefaultsTest, aFailedWriteIsReportedAndChangesNothing) {
-    ASSERT_TRUE(writeFileAtomically(m_directory.path() / "host", "a file where the directory should be"));
+    ASSERT_TRUE(writeFileAtomically(m_directory / "host", "a file where the directory should be"));
     EXPECT_FALSE(m_defaults.setObject(1, "key"));
     EXPECT_TRUE(m_defaults.objectForKey("key").isNil());
 }
@@ -95,7 +95,7 @@ TEST_F(UserDefaultsTest, standUnderTheBundleIdentifierByDefault) {
     setenv("XDG_CONFIG_HOME", m_directory.path().c_str(), 1);
     Bundle::mainBundle().setInfoDictionary({{"CFBundleIdentifier", "org.example.host"}});
     ASSERT_TRUE(m_defaults.setObject("x", "key"));
-    EXPECT_TRUE(std::filesystem::exists(m_directory.path() / "org.example.host" / "defaults.plist"));
+    EXPECT_TRUE(std::filesystem::exists(m_directory / "org.example.host" / "defaults.plist"));
 }
 
 TEST_F(UserDefaultsTest, liveInMemoryWithoutAnyPlace) {
@@ -104,27 +104,27 @@ TEST_F(UserDefaultsTest, liveInMemoryWithoutAnyPlace) {
     Bundle::mainBundle().setInfoDictionary({});
     ASSERT_TRUE(m_defaults.setObject("x", "key"));
     EXPECT_EQ(m_defaults.objectForKey("key"), Value("x"));
-    EXPECT_EQ(m_directory.fileCount(), 0u);
+    EXPECT_EQ(m_directory.fileCount(), 0);
 }
 
 TEST(BundleTest, listsResourcesDirectoryByDirectory) {
-    const TemporaryDirectory environment, added;
+    const test::TemporaryDirectory environment, added;
     setenv("VELKORSYNC_RESOURCES", (":" + environment.path().string() + ":/nowhere").c_str(), 1);
-    for (const char* name : {"b.momd", "a.momd", "c.other"}) ASSERT_TRUE(writeFileAtomically(environment.path() / name, "x"));
-    ASSERT_TRUE(writeFileAtomically(added.path() / "0.momd", "x"));
+    for (const char* name : {"b.momd", "a.momd", "c.other"}) ASSERT_TRUE(writeFileAtomically(environment / name, "x"));
+    ASSERT_TRUE(writeFileAtomically(added / "0.momd", "x"));
     Bundle::libraryBundle().addResourceDirectory(added.path());
     const auto found = Bundle::libraryBundle().pathsForResourcesOfType("momd");
     ASSERT_GE(found.size(), 3u);
-    EXPECT_EQ(found[0], environment.path() / "a.momd");
-    EXPECT_EQ(found[1], environment.path() / "b.momd");
-    EXPECT_EQ(found[2], added.path() / "0.momd");
+    EXPECT_EQ(found[0], environment / "a.momd");
+    EXPECT_EQ(found[1], environment / "b.momd");
+    EXPECT_EQ(found[2], added / "0.momd");
 }
 
 TEST(BundleTest, readsTheInformationBesideTheExecutable) {
-    const TemporaryDirectory directory;
-    const auto program = directory.path() / "program";
+    const test::TemporaryDirectory directory;
+    const auto program = directory / "program";
     std::filesystem::copy_file("/proc/self/exe", program);
-    ASSERT_TRUE(writeDictionaryToFile({{"CFBundleIdentifier", "org.example.test"}}, directory.path() / "Info.plist"));
+    ASSERT_TRUE(writeDictionaryToFile({{"CFBundleIdentifier", "org.example.test"}}, directory / "Info.plist"));
     setenv("VELKOR_TEST_IDENTIFIER", "org.example.test", 1);
     EXPECT_EQ(std::system((program.string() + " --gtest_brief=1 --gtest_filter=BundleTest.isAskedByItsParent").c_str()), 0);
     unsetenv("VELKOR_TEST_IDENTIFIER");

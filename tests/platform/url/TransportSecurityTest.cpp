@@ -11,6 +11,7 @@
 
 #include "platform/url/URLConnection.h"
 #include "tests/platform/url/ConnectionRecorder.h"
+#include "tests/support/TemporaryDirectory.h"
 
 using namespace velkor::NS;
 using velkor::test::exchange;
@@ -21,9 +22,6 @@ namespace {
 class SecureServer {
 public:
     SecureServer() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "velkor-tls-XXXXXX").string();
-        if (!mkdtemp(pattern.data())) throw std::runtime_error("no temporary directory");
-        m_directory = pattern;
         run("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj /CN=authority -keyout ca.key "
             "-out ca.pem");
         run("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj /CN=stranger -keyout no.key -out "
@@ -37,7 +35,6 @@ public:
     ~SecureServer() {
         kill(m_process, SIGKILL);
         waitpid(m_process, nullptr, 0);
-        std::filesystem::remove_all(m_directory);
     }
     SecureServer(const SecureServer&) = delete;
     SecureServer& operator=(const SecureServer&) = delete;
@@ -47,7 +44,7 @@ public:
 
 private:
     void run(const std::string& command) const {
-        const std::string line = "cd '" + m_directory.string() + "' && " + command + " 2>log";
+        const std::string line = "cd '" + m_directory.path().string() + "' && " + command + " 2>log";
         if (std::system(line.c_str()) != 0) throw std::runtime_error(command);
     }
 
@@ -59,7 +56,7 @@ private:
         if (m_process == 0) {
             dup2(ends[1], STDOUT_FILENO);
             if (!freopen("/dev/null", "w", stderr)) _exit(1);  // it reports every refusal
-            if (chdir(m_directory.c_str()) != 0) _exit(1);
+            if (chdir(m_directory.path().c_str()) != 0) _exit(1);
             execlp("openssl", "openssl", "s_server", "-accept", "127.0.0.1:0", "-cert", "server.pem", "-key", "server.key",
                    "-www", nullptr);
             _exit(1);
@@ -72,7 +69,7 @@ private:
         if (m_port.empty() || m_port == "0") throw std::runtime_error("the server tells no port: " + output);
     }
 
-    std::filesystem::path m_directory;
+    const velkor::test::TemporaryDirectory m_directory;
     std::string m_port;
     pid_t m_process = -1;
 };
