@@ -12,48 +12,70 @@ void Expectations::privateNotebookAdded(HostNumber owner, const std::string& gui
 
 void Expectations::draftAdded(HostNumber host, const std::string& text) { m_drafts[host].insert(text); }
 
-void Expectations::noteAdded(HostNumber host, const std::string& guid, const std::string& body) { bodyChanged(host, guid, body); }
-
-Expectations::Note& Expectations::touch(HostNumber host, const std::string& guid) {
+void Expectations::touched(HostNumber host, const std::string& guid, const DumpedObject& shown) {
     Note& note = m_notes[guid];
     note.touchedBy.insert(host);
-    return note;
+    note.state = shown.state();
+    note.states.insert(note.state);
+    note.loose |= shown.isTrue("expired");
 }
 
-void Expectations::bodyChanged(HostNumber host, const std::string& guid, const std::string& body) {
-    Note& note = touch(host, guid);
-    note.body = body;
-    note.bodies.insert(body);
-}
-
-void Expectations::moved(HostNumber host, const std::string& guid, const std::optional<std::string>& notebook) {
-    touch(host, guid).notebook = notebook;
+void Expectations::moved(const std::string& guid, const std::optional<std::string>& notebook) {
+    m_notes[guid].notebook = notebook;
     if (notebook && m_privateNotebooks.contains(*notebook)) m_looseNotes.insert(guid);
 }
 
 void Expectations::tagged(HostNumber host, const std::string& guid, const std::string& tag) {
-    touch(host, guid).tagChanges[tag].insert(true);
+    m_notes[guid].tagChanges[tag].insert(true);
+    m_tagNamesUsedBy[tag].insert(host);
 }
 
 void Expectations::untagged(HostNumber host, const std::string& guid, const std::string& tag) {
-    touch(host, guid).tagChanges[tag].insert(false);
+    m_notes[guid].tagChanges[tag].insert(false);
+    m_tagNamesUsedBy[tag].insert(host);
 }
 
-void Expectations::attached(HostNumber host, const std::string& guid, const std::string& fileName, const std::string& sha1) {
-    touch(host, guid);
-    m_attachments[fileName] = {guid, sha1, {}, false};
+void Expectations::attached(const std::string& guid, const std::string& fileName, const std::string& sha1) {
+    m_attachments[fileName] = {guid, sha1, {}, !m_notes[guid].removedBy.empty()};
 }
 
 void Expectations::removed(HostNumber host, const std::string& guid) {
-    if (auto note = m_notes.find(guid); note != m_notes.end()) note->second.removedBy.insert(host);
+    if (auto note = m_notes.find(guid); note != m_notes.end()) {
+        note->second.removedBy.insert(host);
+        note->second.loose |= note->second.expiredByHand;
+    }
     if (auto notebook = m_notebooks.find(guid); notebook != m_notebooks.end()) notebook->second = true;
-    m_privateNotebooks.erase(guid);
+    if (auto tag = m_tags.find(guid); tag != m_tags.end()) tag->second.removedBy.insert(host);
     for (auto& [name, attachment] : m_attachments) {
         if (attachment.guid == guid || attachment.note == guid) attachment.mayBeGone = true;
     }
 }
 
-void Expectations::exempt(const std::string& guid) { m_notes[guid].exempt = true; }
+void Expectations::expiredByService(const std::string& guid) { m_notes[guid].expiredByService = m_notes[guid].loose = true; }
+
+void Expectations::expiredByHand(const std::string& guid) { m_notes[guid].expiredByHand = true; }
+
+std::vector<std::string> Expectations::expiredNotes() const {
+    std::vector<std::string> guids;
+    for (const auto& [guid, note] : m_notes) {
+        if (note.expiredByService || note.expiredByHand) guids.push_back(guid);
+    }
+    return guids;
+}
+
+std::vector<std::string> Expectations::quietNotes() const {
+    std::vector<std::string> guids;
+    for (const auto& [guid, note] : m_notes) {
+        const bool isQuiet = note.wasAtRest && note.touchedBy.empty() && note.removedBy.empty();
+        if (isQuiet && !note.expiredByService && !note.expiredByHand) guids.push_back(guid);
+    }
+    return guids;
+}
+
+bool Expectations::mayHoldAnything(const std::string& guid) const {
+    const auto note = m_notes.find(guid);
+    return note != m_notes.end() && note->second.loose;
+}
 
 // --- What must be there ---
 
@@ -71,14 +93,17 @@ std::vector<std::string> Expectations::complaintsAboutPrivateObjects(HostNumber 
     return complaints;
 }
 
-std::vector<std::string> Expectations::complaints(const StoreDump& dump) const {
+std::vector<std::string> Expectations::complaints(const std::vector<StoreDump>& dumps) const {
     std::vector<std::string> complaints;
+    const StoreDump& dump = dumps.front();
     for (const auto& [guid, removed] : m_notebooks) {
         if (!removed && !dump.find(guid)) complaints.push_back("the notebook " + guid + " is lost");
     }
     for (const auto& [guid, note] : m_notes) {
-        if (!note.exempt) complainAboutNote(guid, note, dump, complaints);
+        if (!note.loose) complainAboutNote(guid, note, dump, complaints);
+        complainAboutExpiry(guid, note, dumps, complaints);
     }
+    complainAboutTags(dump, complaints);
     complainAboutAttachments(dump, complaints);
     return complaints;
 }
@@ -92,13 +117,16 @@ void Expectations::complainAboutNote(const std::string& guid, const Note& note, 
         if (note.removedBy.empty()) complaints.push_back("the note " + guid + " is lost");
         return;
     }
-    if (!note.removedBy.empty()) {
-        if (ownDeletion) complaints.push_back("the note " + guid + " is back");
+    if (ownDeletion && !note.removedBy.empty()) {
+        complaints.push_back("the note " + guid + " is back");
         return;
     }
-    const std::string body = object->text("body");
-    const bool right = note.touchedBy.size() > 1 ? note.bodies.contains(body) : note.body == body;
-    if (!right) complaints.push_back("the note " + guid + " has the body \"" + body + "\" instead of \"" + note.body + "\"");
+    const std::string state = object->state();
+    const bool oneWon = note.touchedBy.size() > 1 || !note.removedBy.empty();
+    if (oneWon ? !note.states.contains(state) : note.state != state) {
+        complaints.push_back("the note " + guid + " is " + state + " instead of " + note.state);
+    }
+    if (!note.removedBy.empty()) return;
 
     const auto notebook = note.notebook ? m_notebooks.find(*note.notebook) : m_notebooks.end();
     const bool notebookStays = !note.notebook || (notebook != m_notebooks.end() && !notebook->second);
@@ -107,7 +135,12 @@ void Expectations::complainAboutNote(const std::string& guid, const Note& note, 
         complaints.push_back("the note " + guid + " lies in " + object->destination("notebook").value_or("no notebook") +
                              " instead of " + note.notebook.value_or("none"));
     }
-    std::set<std::string> expected = note.tags, found = tagNames(*object, dump);
+    complainAboutTagsOf(guid, note, dump, complaints);
+}
+
+void Expectations::complainAboutTagsOf(const std::string& guid, const Note& note, const StoreDump& dump,
+                                       std::vector<std::string>& complaints) const {
+    std::set<std::string> expected = note.tags, found = tagNames(*dump.find(guid), dump);
     for (const auto& [tag, changes] : note.tagChanges) {
         if (changes.size() > 1) {
             expected.erase(tag);
@@ -117,6 +150,10 @@ void Expectations::complainAboutNote(const std::string& guid, const Note& note, 
         } else {
             expected.erase(tag);
         }
+    }
+    for (const auto& [tagGuid, tag] : m_tags) {
+        // Another tag of that name may have been the one.
+        if (!tag.removedBy.empty() && expected.erase(tag.name) > 0) found.erase(tag.name);
     }
     if (expected == found) return;
     std::string difference;
@@ -131,6 +168,32 @@ std::set<std::string> Expectations::tagNames(const DumpedObject& note, const Sto
         if (const DumpedObject* tag = dump.find(guid)) names.insert(tag->text("name"));
     }
     return names;
+}
+
+void Expectations::complainAboutExpiry(const std::string& guid, const Note& note, const std::vector<StoreDump>& dumps,
+                                       std::vector<std::string>& complaints) const {
+    // A change that the service got after it had declared the note expired makes it live again.
+    const bool mustBe = note.expiredByService && note.touchedBy.empty() && note.removedBy.empty();
+    for (HostNumber host = 0; host < dumps.size(); ++host) {
+        const DumpedObject* object = dumps[host].find(guid);
+        if (!object) continue;
+        const bool is = object->isTrue("expired");
+        if (is && !note.expiredByService)
+            complaints.push_back("the note " + guid + " is expired on host" + std::to_string(host) + " for no reason");
+        if (!is && mustBe) complaints.push_back("the note " + guid + " is not expired on host" + std::to_string(host));
+    }
+}
+
+void Expectations::complainAboutTags(const StoreDump& dump, std::vector<std::string>& complaints) const {
+    for (const auto& [guid, tag] : m_tags) {
+        const bool isThere = dump.find(guid) != nullptr;
+        if (!isThere && tag.removedBy.empty()) complaints.push_back("the tag " + guid + " is lost");
+        if (!isThere || tag.removedBy.empty()) continue;
+        const auto used = m_tagNamesUsedBy.find(tag.name);
+        const bool ownDeletion = used == m_tagNamesUsedBy.end() || std::includes(tag.removedBy.begin(), tag.removedBy.end(),
+                                                                                 used->second.begin(), used->second.end());
+        if (ownDeletion) complaints.push_back("the tag " + guid + " is back");
+    }
 }
 
 void Expectations::complainAboutAttachments(const StoreDump& dump, std::vector<std::string>& complaints) const {
@@ -150,7 +213,8 @@ void Expectations::complainAboutAttachments(const StoreDump& dump, std::vector<s
             complaints.push_back("the content of attachment " + name + " is " + (sha1.empty() ? "empty" : sha1) + " instead of " +
                                  attachment.sha1);
         }
-        if (!attachment.mayBeGone && object->second->destination("note") != attachment.note) {
+        if (!attachment.mayBeGone && !mayHoldAnything(attachment.note) &&
+            object->second->destination("note") != attachment.note) {
             complaints.push_back("the attachment " + name + " has left the note " + attachment.note);
         }
     }
@@ -158,25 +222,37 @@ void Expectations::complainAboutAttachments(const StoreDump& dump, std::vector<s
 
 // --- At rest ---
 
-void Expectations::settle(const StoreDump& dump) {
+void Expectations::settle(const std::vector<StoreDump>& dumps) {
+    const StoreDump& dump = dumps.front();
     std::map<std::string, Note> notes;
     for (const auto& [guid, note] : m_notes) {
+        const bool isExpired = std::any_of(dumps.begin(), dumps.end(), [&guid = guid](const StoreDump& one) {
+            const DumpedObject* object = one.find(guid);
+            return object && object->isTrue("expired");
+        });
         const DumpedObject* object = dump.find(guid);
-        if (!object && !note.exempt) continue;
+        if (!object && !isExpired) continue;
         Note& settled = notes[guid];
-        settled.exempt = note.exempt;
-        if (!object) continue;
-        settled.body = object->text("body");
-        settled.bodies = {settled.body};
+        settled.expiredByService = settled.loose = isExpired;
+        if (isExpired) continue;
+        settled.wasAtRest = true;
+        settled.state = object->state();
         settled.notebook = object->destination("notebook");
         settled.tags = tagNames(*object, dump);
     }
     m_notes = std::move(notes);
     std::erase_if(m_notebooks, [&](const auto& notebook) { return !dump.find(notebook.first); });
     for (auto& [guid, wasRemoved] : m_notebooks) wasRemoved = false;
+    m_tags.clear();
+    m_tagNamesUsedBy.clear();
+    m_knownTags.clear();
     std::map<std::string, Attachment> attachments;
     m_knownAttachments.clear();
     for (const auto& [guid, object] : dump.objects()) {
+        if (object.entity == "Tag") {
+            m_tags[guid] = {object.text("name"), {}};
+            m_knownTags.push_back(guid);
+        }
         if (object.entity != "Attachment") continue;
         const auto known = m_attachments.find(object.text("fileName"));
         if (known == m_attachments.end()) continue;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 
@@ -31,7 +32,7 @@ private:
     const std::string m_serviceUrl;
     const std::size_t m_faultyRequest;
     const Fault m_fault;
-    std::size_t m_requests = 0;
+    std::atomic<std::size_t> m_requests = 0;
     test::FakeService m_fake;  // last: it calls back from its threads while it lives
 };
 

@@ -42,6 +42,10 @@ std::vector<std::string> DumpedObject::destinations(std::string_view relationshi
     return guids;
 }
 
+std::string DumpedObject::state() const {
+    return CJSONSerializer::serializer().serializeDictionary(attributes, nullptr).value_or("?");
+}
+
 StoreDump::StoreDump(std::string_view text) {
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));

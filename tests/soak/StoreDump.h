@@ -27,6 +27,8 @@ struct DumpedObject {
     bool isTrue(std::string_view attribute) const { return attributes[attribute].asBoolean().value_or(false); }
     std::optional<std::string> destination(std::string_view relationship) const;
     std::vector<std::string> destinations(std::string_view relationship) const;
+    /// All attributes as one text.
+    std::string state() const;
 };
 
 /// Everything in a host's store.

@@ -1,7 +1,9 @@
 // The steps of a walk that sync, and all that can go wrong with a sync.
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <thread>
 
 #include "json/CJSONDeserializer.h"
@@ -13,10 +15,9 @@ namespace velkor::soak {
 namespace {
 
 constexpr std::int64_t userBusy = 409;
-constexpr int syncWithin = 120;                              // milliseconds: about as long as a sync takes
-constexpr std::size_t requestsOfSync = 12;                   // about as many as one makes
-constexpr auto leaseEnds = std::chrono::milliseconds(1200);  // the service's lease is one second
-constexpr auto busyFor = std::chrono::seconds(10);
+constexpr int syncWithin = 120;                     // milliseconds: about as long as a sync takes
+constexpr std::size_t requestsOfSync = 12;          // about as many as one makes
+constexpr auto busyFor = std::chrono::seconds(10);  // at most; the service's lease is one second
 constexpr auto busyPause = std::chrono::milliseconds(50);
 constexpr int mostRounds = 20;
 
@@ -28,12 +29,12 @@ std::vector<std::string> linesOnlyIn(const std::vector<std::string>& lines, cons
 
 }  // namespace
 
-Walk::SyncResult Walk::resultOf(const test::Outcome& outcome) const {
+Walk::SyncResult Walk::resultOf(const test::Outcome& outcome) {
     SyncResult result;
     const auto told = dictionaryWithJSONData(outcome.out, nullptr);
+    if (outcome.status > 1 || !told)
+        throw Failure{"a sync ended with status " + std::to_string(outcome.status) + ": " + outcome.out + outcome.err};
     result.told = outcome.out.substr(0, outcome.out.find('\n'));
-    if (!told) result.told += " " + outcome.err;
-    if (!told) return result;
     result.ok = (*told)["ok"].asBoolean().value_or(false) && outcome.status == 0;
     result.moved = (*told)["sent"].asInteger() != 0 || (*told)["received"].asInteger() != 0;
     if (const NS::Dictionary* error = (*told)["error"].asDictionary())
@@ -41,9 +42,13 @@ Walk::SyncResult Walk::resultOf(const test::Outcome& outcome) const {
     return result;
 }
 
+std::vector<std::string> Walk::syncArguments() {
+    return chance(3) ? std::vector<std::string>{"--json", "--chunking", "sync"} : std::vector<std::string>{"--json", "sync"};
+}
+
 Walk::SyncResult Walk::sync(HostNumber number, const std::string& url) {
     const test::Host& syncing = host(number);
-    const std::vector<std::string> arguments{"--json", "sync"};
+    const std::vector<std::string> arguments = syncArguments();
     SyncResult result = resultOf(url.empty() ? syncing.run(arguments) : test::Host(syncing.directory(), url).run(arguments));
     record("host" + std::to_string(number) + " sync: " + result.told);
     return result;
@@ -58,11 +63,10 @@ void Walk::syncOne() {
 
 void Walk::killSync() {
     const HostNumber number = pickHost();
-    auto program = host(number).start({"sync"});
+    auto program = host(number).start(syncArguments());
     waitRandomly(syncWithin);
     record("host" + std::to_string(number) + " killed while it syncs");
-    program->signal(SIGKILL);
-    program->wait();
+    kill(*program);
 }
 
 void Walk::syncWithFault() {
@@ -75,6 +79,9 @@ void Walk::syncWithFault() {
 
 void Walk::restartService() {
     record("service restarts");
+    m_service->program().signal(SIGTERM);
+    if (const test::Outcome& outcome = m_service->program().wait(); outcome.status != 0)
+        throw Failure{"the service ended with status " + std::to_string(outcome.status) + ": " + outcome.err};
     m_service->restart();
 }
 
@@ -93,19 +100,25 @@ void Walk::outliveLease() {
     waitRandomly(syncWithin);
     program->signal(SIGSTOP);
     record("host" + std::to_string(sleeper) + " sleeps while it syncs");
-    std::this_thread::sleep_for(leaseEnds);
-    sync(other);
+    if (const SyncResult result = syncWhenFree(other); !result.ok)
+        throw Failure{"host" + std::to_string(other) + " cannot sync: " + result.told};
     program->signal(SIGCONT);
     record("host" + std::to_string(sleeper) + " wakes up: " + resultOf(program->wait()).told);
 }
 
 void Walk::expireNote() {
-    if (m_notes.empty()) return;
-    const std::string guid = pickFrom(m_notes);
+    const auto quiet = m_expectations.quietNotes();
+    const auto& notes = chance(2) ? quiet : m_notes;
+    if (notes.empty()) return;
+    const std::string guid = pickFrom(notes);
     const test::Outcome outcome = test::run("velkord", {"expire", "--user", "walker@example.org", "--app", "org.velkor.notes",
                                                         "--guid", guid, "--data", m_directory / "service"});
     record("service expires " + guid + (outcome.status == 0 ? "" : ": " + outcome.err));
-    if (outcome.status == 0) m_expectations.exempt(guid);
+    if (outcome.status == 0) {
+        m_expectations.expiredByService(guid);
+    } else if (outcome.status != 1 || outcome.err.find("there is no such object") == std::string::npos) {
+        throw Failure{"the service cannot expire " + guid + ": " + outcome.err};
+    }
 }
 
 Walk::SyncResult Walk::syncWhenFree(HostNumber number) {
@@ -143,7 +156,10 @@ void Walk::checkStores() {
     for (HostNumber number = 0; number < m_hosts.size(); ++number) {
         dumps.push_back(dumpOf(number));
         hidden.merge(dumps.back().guidsOfItsOwn());
-        hashes.push_back(host(number).run({"hash"}).out);
+        const test::Outcome hash = host(number).run({"hash"});
+        if (hash.status != 0 || hash.out.size() < 2) throw Failure{"host" + std::to_string(number) + " has no hash: " + hash.err};
+        hashes.push_back(hash.out);
+        checkPreferences(number, complaints);
         const auto own = m_expectations.complaintsAboutPrivateObjects(number, dumps.back());
         complaints.insert(complaints.end(), own.begin(), own.end());
     }
@@ -155,14 +171,28 @@ void Walk::checkStores() {
             complaints.push_back("host" + std::to_string(number) + " only: " + line);
         if (hashes[number] != hashes[0]) complaints.push_back("host" + std::to_string(number) + " has another hash than host0");
     }
-    const auto lost = m_expectations.complaints(dumps[0]);
+    const auto lost = m_expectations.complaints(dumps);
     complaints.insert(complaints.end(), lost.begin(), lost.end());
     if (!complaints.empty()) {
         std::string all = "at rest:";
         for (const auto& complaint : complaints) all += "\n    " + complaint;
         throw Failure{all};
     }
-    m_expectations.settle(dumps[0]);
+    m_expectations.settle(dumps);
+    for (auto* guids : {&m_notes, &m_notebooks}) {
+        std::erase_if(*guids, [&dumps](const std::string& guid) {
+            return std::none_of(dumps.begin(), dumps.end(), [&guid](const StoreDump& dump) { return dump.find(guid); });
+        });
+    }
+}
+
+void Walk::checkPreferences(HostNumber number, std::vector<std::string>& complaints) {
+    for (const auto& [keyPath, value] : m_preferences) {
+        const test::Outcome outcome = host(number).run({"get", keyPath});
+        const bool right = value ? outcome.status == 0 && outcome.out == *value + "\n" : outcome.status == 1;
+        if (!right)
+            complaints.push_back("host" + std::to_string(number) + " has another " + keyPath + ": " + outcome.out + outcome.err);
+    }
 }
 
 }  // namespace velkor::soak

@@ -2,10 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <random>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/soak/Expectations.h"
@@ -47,10 +50,12 @@ private:
     void moveNote();
     void attachFile();
     void removeObject();
+    void importFiles();
     void addNotebook();
     void addPrivateNotebook();
     void addDraft();
     void changePreferences();
+    void expireByHand();
     void killChange();
 
     // Syncs and what goes wrong with them (Walk+Syncs.cpp).
@@ -69,11 +74,14 @@ private:
         std::int64_t errorCode = 0;
         std::string told;
     };
+    std::vector<std::string> syncArguments();
     SyncResult sync(HostNumber host, const std::string& url = {});
-    SyncResult resultOf(const test::Outcome& outcome) const;
+    /// Raises Failure for a sync that crashed, hung or told nothing.
+    static SyncResult resultOf(const test::Outcome& outcome);
     SyncResult syncWhenFree(HostNumber host);
     void syncToRest();
     void checkStores();
+    void checkPreferences(HostNumber host, std::vector<std::string>& complaints);
 
     // Small change.
     std::size_t pick(std::size_t below) { return std::uniform_int_distribution<std::size_t>(0, below - 1)(m_random); }
@@ -85,7 +93,14 @@ private:
     void record(const std::string& line) { m_log.push_back(std::to_string(m_step) + " " + line); }
     /// Runs a command that must succeed, or fail because the object is not (or no longer) on that host: then false.
     bool change(HostNumber host, const std::vector<std::string>& arguments);
+    /// Some attributes of a note with new values, and the options that say so.
+    NS::Dictionary newAttributes(std::vector<std::string>& arguments);
+    /// The note was changed on that host, these attributes among others, and must have them there.
+    void touched(HostNumber host, const std::string& guid, const NS::Dictionary& attributes = {});
+    void requireAttributes(const DumpedObject& note, const NS::Dictionary& attributes) const;
     StoreDump dumpOf(HostNumber host) const;
+    /// Kills the program; raises Failure when it had crashed before.
+    void kill(test::Program& program) const;
     void waitRandomly(int milliseconds);
     struct File {
         std::string name, path, sha1;
@@ -98,8 +113,10 @@ private:
     std::unique_ptr<test::Service> m_service;
     std::vector<std::unique_ptr<test::Host>> m_hosts;
     Expectations m_expectations;
-    std::vector<std::string> m_notes, m_notebooks;             // guids of all that were ever made
+    std::vector<std::string> m_notes, m_notebooks;             // guids of all that are there or were since the last rest
     std::vector<std::vector<std::string>> m_privateNotebooks;  // by host
+    std::set<std::pair<HostNumber, std::string>> m_expiredByHand;
+    std::map<std::string, std::optional<std::string>> m_preferences;  // the same on all hosts
     int m_step = 0;
     int m_count = 0;
     std::vector<std::string> m_log;

@@ -1,4 +1,4 @@
-// soak [--quick] [--steps N] [--hosts N] [--jobs N] [--keep DIR] SEEDS | --seed SEED: drives two or three real hosts and a real
+// soak [--quick] [--steps N] [--hosts N] [--jobs N] SEEDS | --seed SEED: drives two or three real hosts and a real
 // service through random steps and checks that they come to rest with equal stores and without loss.
 #include <sys/wait.h>
 #include <unistd.h>
