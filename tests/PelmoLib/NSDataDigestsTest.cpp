@@ -16,9 +16,6 @@ TEST(NSDataDigestsTest, givesTheStandardDigests) {
               "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a2192992a274fc1a836ba3c23a3feebbd454d4423643ce80e2a"
               "9ac94fa54ca49f");
     EXPECT_EQ(sha256HexHash(Data()), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-    EXPECT_EQ(md5Hash(abc).size(), 16U);
-    EXPECT_EQ(sha1Hash(abc).size(), 20U);
-    EXPECT_EQ(sha512Hash(abc).size(), 64U);
     EXPECT_EQ(sha256Hash(abc).view().substr(0, 4), "\xBA\x78\x16\xBF");
 }
 

@@ -34,29 +34,23 @@ TEST(NSStringUUIDTest, countsGedcomIds) {
 }
 
 TEST(NSStringURLEncodeTest, escapesThePairsOneAfterTheOther) {
-    // The plain reading of the rule: 25 replacements over the whole text, "%" last.
-    constexpr std::pair<std::string_view, std::string_view> pairs[] = {
-        {";", "%3B"}, {"/", "%2F"}, {"?", "%3F"}, {":", "%3A"}, {"@", "%40"}, {"&", "%26"}, {"=", "%3D"},
-        {"+", "%2B"}, {"$", "%24"}, {",", "%2C"}, {"[", "%5B"}, {"]", "%5D"}, {"#", "%23"}, {"!", "%21"},
-        {"'", "%27"}, {"(", "%28"}, {")", "%29"}, {"*", "%2A"}, {" ", "%20"}, {"^", "%5E"}, {"~", "%7E"},
-        {"`", "%60"}, {"<", "%3C"}, {">", "%3E"}, {"%", "%25"}};
-    const auto replaced = [&](std::string text, bool encode) {
-        for (const auto& [character, escape] : pairs) {
-            const auto from = encode ? character : escape, to = encode ? escape : character;
-            for (std::size_t at = 0; (at = text.find(from, at)) != text.npos; at += to.size()) text.replace(at, from.size(), to);
-        }
-        return text;
+    constexpr std::pair<std::string_view, std::string_view> encoded[] = {
+        {";/?:@&=+$,[]#!'()* ^~`<>",
+         "%253B%252F%253F%253A%2540%2526%253D%252B%2524%252C%255B%255D%2523%2521%2527%2528%2529%252A%2520%255E%257E%2560%253C%"
+         "253E"},
+        {"100%", "100%25"},
+        {"%3B", "%253B"},
+        {"azAZ09-_.\"{|}\\ä\n", "azAZ09-_.\"{|}\\ä\n"},
     };
-    std::string everything;
-    for (int byte = 1; byte < 256; ++byte) everything += static_cast<char>(byte);
-    for (const std::string& text :
-         {everything, std::string("a b"), std::string("100%"), std::string("%253B%3B%3b%3"), std::string("%%3A%2%25"),
-          std::string("%25%32%35 ä%C3%A4%00"), std::string("%252525"), std::string("%"), std::string()}) {
-        EXPECT_EQ(urlEncode(text), replaced(text, true)) << text;
-        EXPECT_EQ(urlDecode(text), replaced(text, false)) << text;
-        EXPECT_EQ(urlDecode(urlEncode(text)), replaced(replaced(text, true), false)) << text;
-    }
-    EXPECT_EQ(urlEncode(" "), "%2520");
+    for (const auto& [text, escaped] : encoded) EXPECT_EQ(urlEncode(text), escaped);
+    constexpr std::pair<std::string_view, std::string_view> decoded[] = {
+        {"%3B%2F%3F%3A%40%26%3D%2B%24%2C%5B%5D%23%21%27%28%29%2A%20%5E%7E%60%3C%3E%25", ";/?:@&=+$,[]#!'()* ^~`<>%"},
+        {"%253B%3b%3", "%3B%3b%3"},
+        {"%252525", "%2525"},
+        {"%%3A%2", "%:%2"},
+        {"%C3%A4%00%", "%C3%A4%00%"},
+    };
+    for (const auto& [escaped, text] : decoded) EXPECT_EQ(urlDecode(escaped), text);
 }
 
 TEST(NSStringURLEncodeTest, escapesSimply) {

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "tests/service/BlobClient.h"
+#include "tests/service/Eventually.h"
 #include "tests/service/VelkordProgram.h"
 
 namespace velkor::service {
@@ -109,13 +110,13 @@ TEST_F(BlobTransferTest, clientsThatGoAwayDoNoHarm) {
                     "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n");
         EXPECT_TRUE(upload.readUntil("\r\n\r\n").starts_with("HTTP/1.1 100"));
         upload.send(body.substr(0, 2 << 20));
-        while (filesIn("incoming") == 0) std::this_thread::yield();
+        EXPECT_TRUE(eventually([&] { return filesIn("incoming") > 0; }));
         const std::string url = calls("g1").url("read");
         RawConnection download(m_program->port());
         download.send("GET " + url.substr(url.find("/blobs/")) + " HTTP/1.1\r\nHost: x\r\n\r\n");
         EXPECT_TRUE(download.readUntil("\r\n\r\n").starts_with("HTTP/1.1 200"));
     }
-    while (filesIn("incoming") > 0) std::this_thread::yield();
+    EXPECT_TRUE(eventually([&] { return filesIn("incoming") == 0; }));
     EXPECT_TRUE(m_client.send("GET", calls("g1").url("read")).body == content);
     EXPECT_EQ(m_program->end(SIGTERM), 0);
 }

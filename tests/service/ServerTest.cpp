@@ -5,6 +5,7 @@
 #include <fstream>
 #include <thread>
 
+#include "tests/service/Eventually.h"
 #include "tests/service/VelkordProgram.h"
 
 namespace velkor::service {
@@ -42,7 +43,7 @@ TEST_F(ServerTest, everyAnsweredRequestSurvivesAKill) {
                 a.highest = *parsed(response.body)["HIGHEST_XACTION"].asInteger();
             }
         });
-        while (answered < 5 + round) std::this_thread::yield();
+        EXPECT_TRUE(eventually([&] { return answered >= 5 + round; }));
         EXPECT_EQ(program.end(SIGKILL), -1);
         writer.join();
 
@@ -74,7 +75,7 @@ TEST_F(ServerTest, usersAndInstancesAtTheSameTime) {
                 const Program& server = side == 1 && other ? *other : program;
                 TestClient one(server.exchange(), email, "secret", side == 0 ? "A" : "B");
                 for (int i = 0; i < rounds; ++i) {
-                    while (one.lock().status != 200) std::this_thread::yield();
+                    EXPECT_TRUE(eventually([&] { return one.lock().status == 200; }));
                     std::vector<NS::Dictionary> edits;
                     for (int k = 0; k < 20; ++k) {
                         edits.push_back(

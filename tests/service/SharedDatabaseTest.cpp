@@ -4,6 +4,7 @@
 #include <latch>
 #include <thread>
 
+#include "tests/service/Eventually.h"
 #include "tests/service/ServiceFixture.h"
 
 namespace velkor::service {
@@ -39,7 +40,7 @@ TEST_F(SharedDatabaseTest, oneWriterAUserInAllProcesses) {
         const std::string waiting =
             "SELECT count(*) FROM pg_stat_activity WHERE application_name = current_setting('application_name') AND "
             "wait_event_type = 'Lock'";
-        while (server().run(waiting) == "0") std::this_thread::yield();
+        EXPECT_TRUE(eventually([&] { return server().run(waiting) != "0"; }));
         m_otherDatabase->write(2, [&](Connection&) {
             order.push_back("user 2");
             return true;

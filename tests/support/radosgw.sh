@@ -5,7 +5,7 @@
 #   radosgw.sh stop FILE    stops that one
 set -euo pipefail
 
-verb=$1 file=$2
+verb=$1 file=$2 attempt=${VELKOR_RADOSGW_ATTEMPT:-1}
 access_key=VELKORTEST secret_key=velkor-test-secret bucket=velkor
 
 for program in ceph ceph-mon ceph-osd monmaptool radosgw radosgw-admin curl; do
@@ -52,11 +52,13 @@ free_port() {
   echo "$port"
 }
 
+# Another program may have taken a port meanwhile: the start is tried three times.
 give_up() {
-  echo "radosgw.sh: $1" >&2
+  echo "radosgw.sh: $1 (attempt $attempt)" >&2
   tail -n 20 "$directory"/log/*.log "$directory/output" >&2 || true
   stop
-  exit 1
+  [ "$attempt" -lt 3 ] || exit 1
+  VELKOR_RADOSGW_ATTEMPT=$((attempt + 1)) exec "$0" start "$file"
 }
 
 start() {
