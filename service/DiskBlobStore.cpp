@@ -21,7 +21,6 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view uploadPath = "/blobs";
 constexpr std::string_view blobPath = "/blobs/";
-constexpr std::size_t longestForm = 64 << 10;  // of an upload around the blob
 constexpr std::size_t keyLength = 72;
 
 Response forbidden() { return Response::error(403, "This address is not signed, not any more, or for something else."); }
