@@ -1,12 +1,8 @@
-#include <zlib.h>
-
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <string>
 #include <string_view>
 
-#include "platform/persistence/ArchiveFormat.h"
+#include "fuzz/SealedArchive.h"
 #include "platform/persistence/KeyedArchiver.h"
 
 using namespace velkor;
@@ -28,24 +24,13 @@ const bool registered = [] {
     return true;
 }();
 
-// The input is a body; sealing it lets it reach the decoder.
-std::string sealed(std::string_view body) {
-    std::string bytes(NS::archive::magic);
-    const auto append = [&bytes](auto number) { bytes.append(reinterpret_cast<const char*>(&number), sizeof number); };
-    append(NS::archive::version);
-    append(static_cast<std::uint64_t>(body.size()));
-    bytes.append(body);
-    append(static_cast<std::uint32_t>(crc32_z(0, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size())));
-    return bytes;
-}
-
 }  // namespace
 
 // Whatever is restored can be archived, and what that gives is restored to an archive of the same bytes.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const std::string_view body(reinterpret_cast<const char*>(bytes), size);
     (void)NS::unarchiveObjectWithData(body);
-    const auto value = NS::unarchiveObjectWithData(sealed(body));
+    const auto value = NS::unarchiveObjectWithData(sealedArchive(body));
     if (!registered || !value) return 0;
     const NS::Data archive = NS::archivedDataWithRootObject(value.value());
     const auto again = NS::unarchiveObjectWithData(archive.view());

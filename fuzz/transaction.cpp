@@ -15,6 +15,7 @@
 #include "objectstore/ManagedObjectModel.h"
 #include "objectstore/ObjectClass.h"
 #include "platform/base/SystemLog.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ using namespace velkor::NS;
 class Item : public ManagedObject {};
 class Label : public ManagedObject {};
 
-std::shared_ptr<PersistentStoreCoordinator> openStore() {
+std::shared_ptr<PersistentStoreCoordinator> openStore(const std::string& file) {
     ObjectClass::registerClass<Item>("Item").adopt(VLKSyncableObject).answersWithAttribute("expired");
     ObjectClass::registerClass<Label>("Label").adopt(VLKSyncableObject);
     ModelBuilder builder;
@@ -43,9 +44,7 @@ std::shared_ptr<PersistentStoreCoordinator> openStore() {
         .attribute("guid", AttributeType::string)
         .attribute("name", AttributeType::string, false, "none")
         .toMany("items", "Item", "label", DeleteRule::cascade);
-    std::string directory = "/tmp/velkor-fuzz-XXXXXX";
-    if (!::mkdtemp(directory.data())) std::abort();
-    auto store = PersistentStoreCoordinator::open(builder.build().value(), directory + "/fuzz.sqlite");
+    auto store = PersistentStoreCoordinator::open(builder.build().value(), file);
     if (!store) std::abort();
     return std::move(store).value();
 }
@@ -72,10 +71,11 @@ Array withPayloads(const Array& entries) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    static const test::TemporaryDirectory directory;
     static const auto store = [] {
         setSystemLogHandler([](std::string_view) {});
         VLKLog::sharedInstance().setLogLevel(400);
-        return openStore();
+        return openStore(directory / "fuzz.sqlite");
     }();
     const auto entries = CJSONDeserializer::deserializer().deserializeAsArray(
         std::string_view(reinterpret_cast<const char*>(bytes), size), nullptr);
