@@ -3,27 +3,19 @@
 // Every cycle of a client takes the lock, brings ten changes, gets the ten of the user's other client, and gives the lock back.
 // The status is 1 when a request failed, or when the slowest hundredth took 20 times as long as the median.
 #include <curl/curl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <filesystem>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "PelmoLib/encodings/NSData+Compression.h"
 #include "PelmoLib/encodings/NSData_Base64.h"
+#include "bench/Velkord.h"
 #include "json/CJSONDeserializer.h"
-#include "tests/support/TemporaryDirectory.h"
-
-extern char** environ;
 
 namespace {
 
@@ -31,42 +23,6 @@ using namespace velkor;
 
 constexpr int users = 200, cycles = 10, changesPerCycle = 10;
 constexpr double mostTimesTheMedian = 20;
-
-/// velkord, built beside this program, on a free port.
-class Server {
-public:
-    explicit Server(std::vector<std::string> options) {
-        if (options.empty()) options = {"--data", m_directory.emplace().path()};
-        std::string program = std::filesystem::read_symlink("/proc/self/exe").replace_filename("velkord");
-        std::string listen = "--listen", address = "127.0.0.1:0";
-        std::vector<char*> words{program.data(), listen.data(), address.data()};
-        for (auto& option : options) words.push_back(option.data());
-        words.push_back(nullptr);
-        std::array<int, 2> output;
-        if (pipe(output.data()) != 0) throw std::runtime_error("no pipe");
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-        posix_spawn(&m_pid, program.c_str(), &actions, nullptr, words.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        close(output[1]);
-        for (char c; read(output[0], &c, 1) == 1 && c != '\n';) m_url += c;
-        close(output[0]);
-        const auto place = m_url.find("http://");
-        if (place == m_url.npos) throw std::runtime_error("velkord did not start");
-        m_url.erase(0, place);
-    }
-    ~Server() {
-        kill(m_pid, SIGTERM);
-        waitpid(m_pid, nullptr, 0);
-    }
-    const std::string& url() const { return m_url; }
-
-private:
-    pid_t m_pid = -1;
-    std::string m_url;
-    std::optional<test::TemporaryDirectory> m_directory;
-};
 
 /// The changes request of one side's cycle; the payloads are the same for all users.
 std::string changesOf(char side, int cycle, std::int64_t highest) {
@@ -209,7 +165,7 @@ void exchange(CURLM* multi) {
 
 int main(int count, char** arguments) {
     curl_global_init(CURL_GLOBAL_ALL);
-    const Server server(std::vector<std::string>(arguments + 1, arguments + count));
+    const Velkord server(std::vector<std::string>(arguments + 1, arguments + count));
     CURLM* multi = curl_multi_init();
     curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, static_cast<long>(users));
     std::vector<double> times;

@@ -1,6 +1,5 @@
 // What the transfers of blobs cost, presigned requests and confirmation included, beside the same requests sent by plain libcurl.
 #include <benchmark/benchmark.h>
-#include <curl/curl.h>
 
 #include <fstream>
 #include <memory>
@@ -11,6 +10,7 @@
 #include "Sync/VLKS3Downloader.h"
 #include "Sync/VLKS3Uploader.h"
 #include "bench/CannedServer.h"
+#include "bench/PlainLibcurl.h"
 #include "platform/concurrency/RunLoop.h"
 
 using namespace velkor;
@@ -128,50 +128,6 @@ void downloads(benchmark::State& state) {
     peak.report(state, size);
     countBlobs(state);
 }
-
-/// One connection of libcurl, with the curl tool's buffer size.
-class PlainLibcurl {
-public:
-    PlainLibcurl() {
-        curl_easy_setopt(m_easy, CURLOPT_BUFFERSIZE, 102'400L);
-        curl_easy_setopt(m_easy, CURLOPT_WRITEDATA, this);
-        curl_easy_setopt(
-            m_easy, CURLOPT_WRITEFUNCTION, +[](char* bytes, std::size_t, std::size_t length, void* self) {
-                static_cast<PlainLibcurl*>(self)->m_answer.append(bytes, length);
-                return length;
-            });
-    }
-    ~PlainLibcurl() {
-        curl_slist_free_all(m_headers);
-        curl_easy_cleanup(m_easy);
-    }
-    PlainLibcurl(const PlainLibcurl&) = delete;
-    PlainLibcurl& operator=(const PlainLibcurl&) = delete;
-
-    void get(const std::string& url, std::size_t expected = 0) {
-        curl_easy_setopt(m_easy, CURLOPT_HTTPGET, 1L);
-        send(url, expected);
-    }
-    void post(const std::string& url, std::string_view body) {
-        curl_easy_setopt(m_easy, CURLOPT_POST, 1L);
-        curl_easy_setopt(m_easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-        curl_easy_setopt(m_easy, CURLOPT_POSTFIELDS, body.data());
-        send(url, 0);
-    }
-
-private:
-    void send(const std::string& url, std::size_t expected) {
-        m_answer = {};
-        m_answer.reserve(expected);
-        curl_easy_setopt(m_easy, CURLOPT_HTTPHEADER, m_headers);
-        curl_easy_setopt(m_easy, CURLOPT_URL, url.c_str());
-        if (curl_easy_perform(m_easy) != CURLE_OK) std::abort();
-    }
-
-    CURL* m_easy = curl_easy_init();
-    curl_slist* m_headers = curl_slist_append(nullptr, "Expect:");
-    std::string m_answer;
-};
 
 void uploadsByPlainLibcurl(benchmark::State& state) {
     const auto size = static_cast<std::size_t>(state.range(0));
