@@ -52,6 +52,9 @@ Result<std::unique_ptr<Connection>> Connection::open(const std::filesystem::path
     if (code != SQLITE_OK) return connection->failure(code);
     sqlite3_busy_timeout(handle, static_cast<int>(std::lround(settings.busyTimeoutSeconds * 1000)));
     sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    // A column that another process's migration has dropped is an error, not a text of its name.
+    sqlite3_db_config(handle, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    sqlite3_db_config(handle, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     if (const int added = addDecimalCollation(handle); added != SQLITE_OK) return connection->failure(added);
     if (auto set = connection->execute(settingsSQL(settings)); !set) return set.error();
     return connection;

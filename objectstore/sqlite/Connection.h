@@ -27,13 +27,11 @@ using StatementCache = std::unordered_map<std::string, Statement, TextHash, std:
 /// A statement borrowed from its connection's cache; goes back, reset, when the lease ends. The connection must outlive it.
 class StatementLease {
 public:
-    StatementLease() noexcept = default;
     StatementLease(Connection& connection, StatementCache::node_type entry) noexcept
         : m_connection(&connection), m_entry(std::move(entry)) {}
     StatementLease(StatementLease&& other) noexcept = default;
     StatementLease& operator=(StatementLease&& other) noexcept;
     ~StatementLease() { end(); }
-    explicit operator bool() const noexcept { return !m_entry.empty(); }
     Statement* operator->() const noexcept { return &m_entry.mapped(); }
     Statement& operator*() const noexcept { return m_entry.mapped(); }
     void end() noexcept;

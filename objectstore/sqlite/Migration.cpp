@@ -112,9 +112,7 @@ private:
             if (auto made = m_connection.execute(sql); !made) return made;
         }
         for (const JoinStep& step : m_plan.joins) {
-            if (kept.contains(step.to) && step.from == step.to) {
-                continue;
-            }
+            if (kept.contains(step.to)) continue;
             const std::string old = kept.contains(step.from) ? quoted("", step.from) : quoted("old_", step.from);
             auto copied = m_connection.execute("INSERT OR IGNORE INTO " + quoted("", step.to) + "(owner,destination) SELECT " +
                                                (step.swapped ? "destination,owner" : "owner,destination") + " FROM " + old);

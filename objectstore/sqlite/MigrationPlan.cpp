@@ -120,8 +120,13 @@ private:
         if (known && known->manyToMany() != relationship.manyToMany()) {
             return impossible(*step.to, relationship.name, "cannot change between one-to-many and many-to-many");
         }
+        const RelationshipDescription* inverse = relationship.inverse;
+        const bool oneToOne = !relationship.toMany && inverse && !inverse->toMany;
+        if (known && oneToOne && !(known->inverse && known->inverseName == relationship.inverseName)) {
+            return impossible(*step.to, relationship.name, "cannot become one side of a one-to-one relationship");
+        }
         if (relationship.manyToMany()) {
-            if (known) addJoin(*known, relationship);
+            if (known) addJoins(*known, relationship);
         } else if (!relationship.toMany) {
             const Column* column = step.to->columnNamed(relationship.name);
             const bool required = !relationship.optional && (!known || known->optional);
@@ -130,9 +135,18 @@ private:
         return {};
     }
 
-    void addJoin(const RelationshipDescription& known, const RelationshipDescription& relationship) {
-        JoinStep step{joinTableName(known), joinTableName(relationship), linkTable(known).owner != linkTable(relationship).owner};
-        const auto same = [&](const JoinStep& other) { return other.from == step.from && other.to == step.to; };
+    void addJoins(const RelationshipDescription& known, const RelationshipDescription& relationship) {
+        const bool swapped = linkTable(known).owner != linkTable(relationship).owner;
+        addJoin({joinTableName(known), joinTableName(relationship), swapped});
+        // Links of a relationship that is its own inverse hold in both directions.
+        const bool becomesOwnInverse = relationship.inverse == &relationship && known.inverse != &known;
+        if (becomesOwnInverse) addJoin({joinTableName(known), joinTableName(relationship), !swapped});
+    }
+
+    void addJoin(JoinStep step) {
+        const auto same = [&](const JoinStep& other) {
+            return other.from == step.from && other.to == step.to && other.swapped == step.swapped;
+        };
         if (std::none_of(m_plan.joins.begin(), m_plan.joins.end(), same)) m_plan.joins.push_back(std::move(step));
     }
 

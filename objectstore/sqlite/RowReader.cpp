@@ -65,7 +65,7 @@ bool readObjectID(std::string_view uri, const ManagedObjectModel& model, Value& 
     const std::string_view digits = uri.substr(slash + 2);
     std::int64_t key = 0;
     const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), key);
-    if (!entity || failure != std::errc() || end != digits.data() + digits.size()) return false;
+    if (!entity || failure != std::errc() || key <= 0 || end != digits.data() + digits.size()) return false;
     value = Value(std::make_shared<ManagedObjectID>(*entity, key));
     return true;
 }
@@ -76,7 +76,9 @@ bool readValue(const Statement& statement, int place, const Column& column, cons
         value = Value();
         return true;
     }
-    if (column.content == Column::Content::key) return readInteger(statement, place, type, AttributeType::integer64, value);
+    if (column.content == Column::Content::key) {
+        return readInteger(statement, place, type, AttributeType::integer64, value) && *value.asInteger() > 0;
+    }
     switch (column.type) {
         case AttributeType::integer16:
         case AttributeType::integer32:
@@ -105,6 +107,8 @@ bool readValue(const Statement& statement, int place, const Column& column, cons
 bool RowReader::read(const Statement& statement) {
     m_row.key = statement.integer(0);
     m_row.version = statement.integer(1);
+    m_damaged = nullptr;
+    if (m_row.key <= 0) return false;
     m_row.values.resize(m_table.columns.size());
     int place = 2;
     for (std::size_t i = 0; i < m_table.columns.size(); ++i) {
@@ -120,8 +124,8 @@ bool RowReader::read(const Statement& statement) {
 }
 
 std::string RowReader::problem() const {
-    return "is damaged: " + m_table.entity->name() + '.' + std::string(m_damaged->property) + " of row " +
-           std::to_string(m_row.key) + " cannot be read";
+    const std::string property = m_damaged ? '.' + std::string(m_damaged->property) : std::string();
+    return "is damaged: " + m_table.entity->name() + property + " of row " + std::to_string(m_row.key) + " cannot be read";
 }
 
 }  // namespace velkor::NS::sqlite

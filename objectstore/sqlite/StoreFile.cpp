@@ -82,9 +82,14 @@ Result<std::shared_ptr<StoreFile>> StoreFile::open(std::shared_ptr<const Managed
     }
     auto layout = StoreLayout::read(*connection.value(), *store->m_model);
     if (!layout) return layout.error();
+    if (layout.value()->modelText != wantedModel.value()) return store->migratedByAnother();
     store->m_layout = std::move(layout).value();
     store->giveBack(std::move(connection).value());
     return store;
+}
+
+Error StoreFile::migratedByAnother() const {
+    return storeFileError(StoreError::incompatibleModel, m_path, "was migrated to another object model by another process");
 }
 
 Result<std::unique_ptr<Connection>> StoreFile::connect() const {
@@ -116,6 +121,10 @@ Result<bool> StoreFile::holdsStore(Connection& connection) const {
     auto tables = connection.integer("SELECT count(*) FROM sqlite_master");
     if (!tables) return tables.error();
     if (application.value() == 0 && tables.value() == 0) return false;
+    // Between the two questions another process may have made the store.
+    application = connection.integer("PRAGMA application_id");
+    if (!application) return application.error();
+    if (application.value() == applicationID) return true;
     return storeFileError(StoreError::notAStore, m_path, "is no object store, but a database of another program");
 }
 
@@ -171,9 +180,7 @@ Result<std::shared_ptr<const StoreLayout>> StoreFile::currentLayout(Connection& 
     if (generation.value() == known->generation) return known;
     auto fresh = StoreLayout::read(connection, *m_model);
     if (!fresh) return fresh.error();
-    if (fresh.value()->modelText != known->modelText) {
-        return storeFileError(StoreError::incompatibleModel, m_path, "was migrated to another object model by another process");
-    }
+    if (fresh.value()->modelText != known->modelText) return migratedByAnother();
     const std::lock_guard lock(m_mutex);
     // A transaction that is slower to come here must not bring an older state back.
     if (fresh.value()->generation > m_layout->generation) m_layout = fresh.value();

@@ -17,7 +17,7 @@
 namespace velkor::NS::sqlite {
 
 /// Shared by the coordinator and its sessions. Any thread.
-class StoreFile : public std::enable_shared_from_this<StoreFile> {
+class StoreFile {
 public:
     /// Opens the file; creates it when it is missing or empty; migrates it when its model is another.
     static Result<std::shared_ptr<StoreFile>> open(std::shared_ptr<const ManagedObjectModel> model,
@@ -50,6 +50,7 @@ private:
     Result<std::unique_ptr<Connection>> connect() const;
     Result<void> prepareFile(Connection& connection, const std::string& wantedModel);
     Result<bool> holdsStore(Connection& connection) const;
+    Error migratedByAnother() const;
     Result<void> createStore(Connection& connection, const std::string& wantedModel);
     Result<void> bringUpToDate(Connection& connection, const std::string& wantedModel);
     Result<void> changeLayout(const std::function<Result<void>(Connection&)>& change);

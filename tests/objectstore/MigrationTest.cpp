@@ -244,6 +244,9 @@ TEST_F(MigrationTest, RefusesWhatCannotBeInferredAndLeavesTheFile) {
                   item.toMany("linked", "Other", "item"), other.toOne("item", "Item", "linked");
               })),
               "Item.linked cannot change between one-to-many and many-to-many.");
+    EXPECT_EQ(refusal(changed(
+                  [](Entity item, Entity other) { item.toOne("other", "Other", "item"), other.toOne("item", "Item", "other"); })),
+              "Item.other cannot become one side of a one-to-one relationship.");
     EXPECT_EQ(refusal(changed([](Entity item, Entity) { item.toOne("other", "Other", "", DeleteRule::nullify, false); })),
               "Item.other needs a value, but there are objects without one and it has no default.");
     StoreOptions options;
@@ -251,6 +254,30 @@ TEST_F(MigrationTest, RefusesWhatCannotBeInferredAndLeavesTheFile) {
     auto opened = tryOpen(model([](ModelBuilder& builder) { builder.entity("Item"); }), options);
     ASSERT_FALSE(opened);
     EXPECT_EQ(opened.error().localizedDescription(), "The store " + m_file.string() + " was made with another object model.");
+}
+
+TEST_F(MigrationTest, LinksThatBecomeTheirOwnInverseHoldInBothDirections) {
+    const auto related = [&](const ManagedObjectModel& now, StoreSession& session, const std::vector<RowKey>& owners) {
+        std::vector<RowKey> found;
+        const RelationshipDescription& next = *now.entityNamed("Item")->relationshipNamed("next");
+        EXPECT_OK(session.destinations(next, owners, [&](RowKey, RowKey to) { found.push_back(to); }));
+        return found;
+    };
+    RowKey first = 0, second = 0;
+    with([](ModelBuilder& builder) { builder.entity("Item").toMany("next", "Item", "back").toMany("back", "Item", "next"); },
+         [&](StoreSession& session, const ManagedObjectModel& old) {
+             first = insert(session, *old.entityNamed("Item"), {});
+             second = insert(session, *old.entityNamed("Item"), {});
+             ASSERT_OK(session.begin());
+             ASSERT_OK(session.link(*old.entityNamed("Item")->relationshipNamed("next"), first, second));
+             ASSERT_OK(session.commit());
+             EXPECT_TRUE(related(old, session, {second}).empty());
+         });
+    with([](ModelBuilder& builder) { builder.entity("Item").toMany("next", "Item", "next"); },
+         [&](StoreSession& session, const ManagedObjectModel& now) {
+             EXPECT_EQ(related(now, session, {first}), std::vector<RowKey>{second});
+             EXPECT_EQ(related(now, session, {second}), std::vector<RowKey>{first});
+         });
 }
 
 TEST_F(MigrationTest, ReopeningChangesNothingAndNewIdentityAttributesGetTheirIndex) {
@@ -280,6 +307,20 @@ TEST_F(MigrationTest, ProcessWithTheOldModelWritesNoMore) {
     const auto migrated = must(tryOpen(must(ManagedObjectModel::modelFromPropertyList(plist))));
     EXPECT_EQ(codeOf(session->begin()), StoreError::incompatibleModel);
     EXPECT_EQ(must(session->count(FetchRequest(&book))), 1u);
+}
+
+TEST_F(MigrationTest, ProcessWithTheOldModelReadsNoColumnThatIsGone) {
+    const Build build = [](ModelBuilder& builder) {
+        builder.entity("Item").attribute("guid", AttributeType::string).attribute("text", AttributeType::string);
+    };
+    const auto old = must(tryOpen(model(build)));
+    auto session = must(old->session());
+    const EntityDescription& item = *old->managedObjectModel().entityNamed("Item");
+    insert(*session, item, {{"text", "t"}});
+    with([](ModelBuilder& builder) { builder.entity("Item").attribute("guid", AttributeType::string); },
+         [](StoreSession&, const ManagedObjectModel&) {});
+    EXPECT_FALSE(session->fetch(FetchRequest(&item), [](StoredRow&&) { ADD_FAILURE(); }).ok());
+    EXPECT_FALSE(must(old->session())->fetch(FetchRequest(&item), [](StoredRow&&) { ADD_FAILURE(); }).ok());
 }
 
 }  // namespace
