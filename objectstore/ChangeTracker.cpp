@@ -1,6 +1,7 @@
 #include "objectstore/ChangeTracker.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace velkor::NS {
 
@@ -22,6 +23,7 @@ void ChangeTracker::add(std::shared_ptr<ManagedObject> object, ObjectStatus stat
 
 void ChangeTracker::remove(ManagedObject& object, ObjectStatus status) {
     ObjectState& state = stateOf(object);
+    assert(listOf(state.status)[state.slot].get() == &object);
     --m_count;
     --m_counts[object.entity().index()];
     auto held = std::move(listOf(state.status)[state.slot]);

@@ -56,9 +56,12 @@ struct ContextState {
     void refresh(ManagedObject& object, StoredRow& row) {
         stateOf(object).isChanged() ? mergeRow(object, row) : takeRow(object, row);
     }
-    Result<void> refreshRows(const EntityDescription& entity, const std::vector<ManagedObject*>& objects);
+    Result<void> refreshRows(const EntityDescription& entity, const std::vector<ManagedObject*>& objects,
+                             void (ContextState::*rowIsGone)(ManagedObject&) = &ContextState::loseRow);
     void makeFault(ManagedObject& object);
-    /// The object's row is gone.
+    /// The object's row is gone: unsaved changes stay, unless the store's state wins; their save or rollback will have to look.
+    void loseRow(ManagedObject& object);
+    /// The object goes with its row, unsaved changes too.
     void depart(ManagedObject& object);
     /// The row of an object that departed is there again; the object stays behind.
     void forgetDeparted(const EntityDescription& entity, RowKey key) noexcept;
@@ -80,6 +83,7 @@ struct ContextState {
     LinkSet& linksOf(ManagedObject& object, const RelationshipDescription& toMany);
     LinkSet& loadedLinksOf(ManagedObject& object, const RelationshipDescription& toMany);
     Result<void> loadLinks(std::span<ManagedObject* const> owners, const RelationshipDescription& toMany);
+    void settleLinks(ManagedObject& owner, const RelationshipDescription& toMany, const KeySet& stored);
     ObjectRef destination(const ManagedObject& owner, const RelationshipDescription& relationship, RowKey key);
     void setDestination(ManagedObject& owner, const RelationshipDescription& toOne, ManagedObject* destination);
     void changeLink(ManagedObject& owner, const RelationshipDescription& toMany, ManagedObject& destination, bool linked);
@@ -100,6 +104,7 @@ struct ContextState {
     void nullify(ManagedObject& object, const RelationshipDescription& relationship, std::span<const RowKey> destinations);
 
     // Saves and merges (ManagedObjectContext+Save.cpp, ManagedObjectContext+Merge.cpp)
+    Result<void> givePermanentKeys(const EntityDescription& entity, const std::vector<ManagedObject*>& objects);
     /// Changed objects refer to the row keys that temporary ones stand for.
     void adoptPermanentKeys();
     void merge(const ChangeRecord& record);

@@ -15,6 +15,7 @@ LinkSet::Changes& LinkSet::changes() {
 void LinkSet::load(std::vector<RowKey> stored) {
     m_current = KeySet(std::move(stored));
     m_loaded = true;
+    m_unsettled = false;
     if (!m_changes) return;
     for (RowKey key : m_changes->added) m_current.insert(key);
     for (RowKey key : m_changes->removed) m_current.erase(key);
@@ -24,6 +25,7 @@ void LinkSet::load(std::vector<RowKey> stored) {
 void LinkSet::unload() noexcept {
     m_current.clear();
     m_loaded = false;
+    m_unsettled = hasChanges();
 }
 
 void LinkSet::add(RowKey key) {

@@ -16,11 +16,12 @@ public:
     /// The current destinations; only while loaded.
     const KeySet& current() const noexcept { return m_current; }
 
-    /// Takes in the stored destinations, under the changes made so far. What turns out to be stored already is no change any
-    /// more.
+    /// Takes in the stored destinations, under the changes made so far.
     void load(std::vector<RowKey> stored);
     /// Forgets the stored destinations and keeps the changes.
     void unload() noexcept;
+    /// There are changes that somebody else may have saved meanwhile: to be loaded before they are added to.
+    bool isUnsettled() const noexcept { return m_unsettled; }
 
     /// The caller knows that the key is no (is a) destination now.
     void add(RowKey key);
@@ -37,7 +38,10 @@ public:
     const KeySet& removedByRule() const noexcept { return m_changes ? m_changes->removedByRule : noKeys(); }
 
     /// The changes have become the stored state.
-    void commit() noexcept { m_changes.reset(); }
+    void commit() noexcept {
+        m_changes.reset();
+        m_unsettled = false;
+    }
     void revert() noexcept;
 
     /// Replaces each key by what `change` makes of it.
@@ -62,6 +66,7 @@ private:
     KeySet m_current;
     std::unique_ptr<Changes> m_changes;
     bool m_loaded = false;
+    bool m_unsettled = false;
 };
 
 }  // namespace velkor::NS

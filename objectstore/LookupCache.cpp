@@ -6,8 +6,8 @@ namespace velkor::NS {
 
 std::size_t LookupCache::Hash::operator()(const Value& value) const noexcept { return hashOf(value); }
 
-LookupCache::Watched* LookupCache::watched(const EntityDescription& entity, std::size_t attribute) noexcept {
-    for (Watched& watched : m_watched) {
+const LookupCache::Watched* LookupCache::watched(const EntityDescription& entity, std::size_t attribute) const noexcept {
+    for (const Watched& watched : m_watched) {
         if (watched.entity == &entity && watched.attribute == attribute) return &watched;
     }
     return nullptr;
@@ -21,14 +21,22 @@ void LookupCache::cover(const EntityDescription& entity, const AttributeDescript
 }
 
 void LookupCache::add(const EntityDescription& entity, std::size_t attribute, const Value& value, RowKey key) {
-    Watched* place = watched(entity, attribute);
-    if (!place) return;
-    auto found = place->candidates.find(value);
-    if (found != place->candidates.end()) found->second.insert(key);
+    if (Watched* place = watched(entity, attribute)) add(*place, value, key);
+}
+
+void LookupCache::addRow(const EntityDescription& entity, std::span<const Value> values, RowKey key) {
+    for (Watched& watched : m_watched) {
+        if (watched.entity == &entity) add(watched, values[watched.attribute], key);
+    }
+}
+
+void LookupCache::add(Watched& watched, const Value& value, RowKey key) {
+    auto found = watched.candidates.find(value);
+    if (found != watched.candidates.end()) found->second.insert(key);
 }
 
 const KeySet* LookupCache::candidates(const EntityDescription& entity, std::size_t attribute, const Value& value) const {
-    Watched* place = const_cast<LookupCache*>(this)->watched(entity, attribute);
+    const Watched* place = watched(entity, attribute);
     if (!place) return nullptr;
     auto found = place->candidates.find(value);
     return found == place->candidates.end() ? nullptr : &found->second;

@@ -115,6 +115,7 @@ void ManagedObject::setPrimitiveValue(std::string_view attribute, Value value) {
 }
 
 std::shared_ptr<ManagedObject> ManagedObject::destination(const RelationshipDescription& toOne) const {
+    assertThat(!toOne.toMany && toOne.entity == m_entity, "the relationship is a to-one one of the object's entity");
     const RowKey key = loaded().keyAt(placeOf(toOne));
     return m_context && key != 0 ? m_context->destination(*this, toOne, key) : nullptr;
 }

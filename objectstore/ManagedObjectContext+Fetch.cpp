@@ -1,5 +1,6 @@
 // Fetches: the store's answer, corrected by what the context has not saved yet.
 #include <algorithm>
+#include <cstdint>
 
 #include "objectstore/ContextState.h"
 #include "objectstore/PredicateEvaluator.h"
@@ -18,7 +19,7 @@ FetchRequest storedRequest(const FetchRequest& request, const EntityDescription&
     stored.predicate = predicateWithKeys(request.predicate, entity);
     stored.sortDescriptors = request.sortDescriptors;
     stored.limit = request.limit;
-    if (stored.limit) *stored.limit += extra;
+    if (stored.limit) *stored.limit += std::min(extra, SIZE_MAX - *stored.limit);
     return stored;
 }
 
@@ -97,12 +98,13 @@ Result<std::size_t> ContextState::count(const FetchRequest& request) {
     stored.sortDescriptors.clear();
     if (changes.countOf(entity) == 0) return session.value()->count(stored);
     stored.limit.reset();
-    std::size_t matches = 0;
-    auto result = session.value()->project(stored, {}, [&](RowKey key, std::span<const Value>) {
-        ManagedObject* known = registry.find(entity, key);
-        matches += !known || !stateOf(*known).isChanged();
+    std::vector<RowKey> judgedHere;  // by their own values
+    changes.forEach([&](const ManagedObject& object) {
+        if (&object.entity() == &entity && stateOf(object).key > 0) judgedHere.push_back(stateOf(object).key);
     });
-    if (!result) return result.error();
+    auto count = session.value()->count(stored, judgedHere);
+    if (!count) return count;
+    std::size_t matches = count.value();
     const PredicateEvaluator predicate(request.predicate, entity);
     for (const auto* list : {&changes.updated(), &changes.inserted()}) {
         for (const ObjectRef& object : *list) matches += object && &object->entity() == &entity && predicate.matches(*object);

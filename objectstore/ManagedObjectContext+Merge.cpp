@@ -16,7 +16,7 @@ void ManagedObjectContext::mergeChangesFromContextDidSaveNotification(const Noti
 }
 
 /// Objects without unsaved changes become faults: who needs one reads it then, with all others that wait. Changed objects are
-/// read at once, under their changes; where there is nothing to read, their save or rollback will have to look.
+/// read at once, under their changes.
 void ContextState::merge(const ChangeRecord& record) {
     forgetLookups();
     std::vector<std::vector<ManagedObject*>> changed(coordinator->managedObjectModel().entities().size());
@@ -25,15 +25,15 @@ void ContextState::merge(const ChangeRecord& record) {
         ManagedObject* object = entity ? registry.find(*entity, change.key) : nullptr;
         if (!object) continue;
         ObjectState& state = stateOf(*object);
-        const bool gone = change.kind == ChangeKind::deleted;
-        if (state.status == ObjectStatus::unchanged) {
-            gone ? depart(*object) : makeFault(*object);
-        } else if (state.status == ObjectStatus::updated && !gone) {
+        if (state.status == ObjectStatus::inserted) continue;
+        if (change.kind == ChangeKind::deleted) {
+            loseRow(*object);
+        } else if (state.status == ObjectStatus::unchanged) {
+            makeFault(*object);
+        } else if (state.status == ObjectStatus::updated) {
             changed[entity->index()].push_back(object);
-        } else if (state.status == ObjectStatus::updated && policy == MergePolicy::storeWins) {
-            depart(*object);
-        } else if (state.status != ObjectStatus::inserted) {
-            state.version = unknownVersion;
+        } else {
+            state.version = unknownVersion;  // of an unsaved deletion
         }
     }
     for (const auto& entity : coordinator->managedObjectModel().entities()) {

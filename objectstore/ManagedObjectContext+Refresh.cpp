@@ -20,7 +20,8 @@ void ContextState::fire(ManagedObject& fault) {
     }
 }
 
-Result<void> ContextState::refreshRows(const EntityDescription& entity, const std::vector<ManagedObject*>& objects) {
+Result<void> ContextState::refreshRows(const EntityDescription& entity, const std::vector<ManagedObject*>& objects,
+                                       void (ContextState::*rowIsGone)(ManagedObject&)) {
     KeySet missing;
     for (ManagedObject* object : objects) missing.insert(stateOf(*object).key);
     const std::vector<RowKey> wanted = missing.keys();
@@ -32,7 +33,7 @@ Result<void> ContextState::refreshRows(const EntityDescription& entity, const st
     });
     if (!result) return result;
     for (RowKey key : missing) {
-        if (ManagedObject* object = registry.find(entity, key)) depart(*object);
+        if (ManagedObject* object = registry.find(entity, key)) (this->*rowIsGone)(*object);
     }
     loseOverruled();
     return {};
@@ -57,6 +58,7 @@ void ContextState::takeRow(ManagedObject& object, StoredRow& row) {
     }
     state.links.reset();
     state.version = row.version;
+    if (!lookups.empty()) lookups.addRow(object.entity(), row.values, state.key);
     std::move(row.values.begin(), row.values.end(), state.values().begin());
 }
 
@@ -79,6 +81,7 @@ void ContextState::mergeRow(ManagedObject& object, StoredRow& row) {
         snapshot.values[place] = std::move(fresh);
     }
     state.version = row.version;
+    if (!lookups.empty()) lookups.addRow(object.entity(), state.values(), state.key);
     for (const RelationshipDescription& relationship : object.entity().relationships()) {
         if (state.links && relationship.toMany) state.links[relationship.index].unload();
     }
@@ -112,6 +115,15 @@ void ContextState::makeFault(ManagedObject& object) {
     std::fill(state.values().begin(), state.values().end(), Value());
     state.fault = true;
     registry.addFault(object);
+}
+
+void ContextState::loseRow(ManagedObject& object) {
+    ObjectState& state = stateOf(object);
+    if (state.isChanged() && policy != MergePolicy::storeWins) {
+        state.version = unknownVersion;
+    } else if (state.status != ObjectStatus::deleted) {
+        depart(object);
+    }
 }
 
 void ContextState::depart(ManagedObject& object) {
@@ -165,8 +177,15 @@ void ContextState::dropChanges(ManagedObject& object) {
             const LinkSet& links = state.links[relationship.index];
             const auto added = links.added().keys();
             const auto removed = links.removed().keys();
-            for (RowKey key : added) changeLink(object, relationship, *objectForKey(*relationship.destination, key), false);
-            for (RowKey key : removed) changeLink(object, relationship, *objectForKey(*relationship.destination, key), true);
+            const auto undo = [&](RowKey key, bool linked) {
+                if (const ObjectRef other = objectForKey(*relationship.destination, key)) {
+                    changeLink(object, relationship, *other, linked);
+                } else {  // a new object that was given up
+                    linksOf(object, relationship).remove(key, false);
+                }
+            };
+            for (RowKey key : added) undo(key, false);
+            for (RowKey key : removed) undo(key, true);
         }
     }
     std::copy(original.values.begin(), original.values.end(), state.values().begin());
@@ -199,25 +218,28 @@ Result<void> ManagedObjectContext::refreshObjects(const std::vector<std::shared_
     m_state->assertConfinement();
     std::vector<std::vector<ManagedObject*>> byEntity(managedObjectModel().entities().size());
     for (const auto& object : objects) {
+        if (!object || object->managedObjectContext() != this) continue;
         const auto status = stateOf(*object).status;
-        if (object->managedObjectContext() != this) continue;
         if (status == ObjectStatus::unchanged || status == ObjectStatus::updated) {
             byEntity[object->entity().index()].push_back(object.get());
         }
     }
     for (const auto& entity : managedObjectModel().entities()) {
         if (byEntity[entity->index()].empty()) continue;
-        if (auto result = m_state->refreshRows(*entity, byEntity[entity->index()]); !result) return result;
+        auto result = m_state->refreshRows(*entity, byEntity[entity->index()], &ContextState::depart);
+        if (!result) return result;
     }
     return {};
 }
 
 Result<std::shared_ptr<ManagedObject>> ManagedObjectContext::existingObjectWithID(const ManagedObjectID& objectID) {
     auto object = objectWithID(objectID);
-    if (object && !object->isInserted()) {
+    bool exists = object && !object->isDeleted();
+    if (exists && !object->isInserted()) {
         if (auto result = m_state->refreshRows(object->entity(), {object.get()}); !result) return result.error();
+        exists = !object->isDeleted() && stateOf(*object).version != unknownVersion;
     }
-    if (object && !object->isDeleted()) return object;
+    if (exists) return object;
     return Error::withDescription(PlatformErrorDomain, StoreError::noSuchObject,
                                   format("there is no object %@", objectID.URIRepresentation()));
 }

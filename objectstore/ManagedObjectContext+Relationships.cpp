@@ -44,10 +44,8 @@ LinkSet& ContextState::loadedLinksOf(ManagedObject& object, const RelationshipDe
         if (state.isAlive() && !(state.links && state.links[toMany.index].isLoaded())) owners.push_back(&other);
     });
     ahead = std::min(ahead * 2, mostOwnersAhead);
-    if (auto result = loadLinks(owners, toMany); !result) {
-        throw StoreReadFailure(result.error());
-    }
-    return links;
+    if (auto result = loadLinks(owners, toMany); !result) throw StoreReadFailure(result.error());
+    return linksOf(object, toMany);  // the load may have made the object a fault, without the links it had
 }
 
 Result<void> ContextState::loadLinks(std::span<ManagedObject* const> owners, const RelationshipDescription& toMany) {
@@ -62,23 +60,43 @@ Result<void> ContextState::loadLinks(std::span<ManagedObject* const> owners, con
         ends.set(owner, std::uint32_t(found.size()));
     });
     if (!result) return result;
+    // A stale child may be an owner too, and a fault keeps no links: all of this comes before the first links are taken in.
     const RelationshipDescription* toOne = toMany.inverse && !toMany.inverse->toMany ? toMany.inverse : nullptr;
+    for (const auto& [owner, key] : found) {
+        forgetDeparted(*toMany.destination, key);
+        ManagedObject* child = toOne ? registry.find(*toMany.destination, key) : nullptr;
+        if (child && isStale(*child, *toOne, owner)) makeFault(*child);
+    }
     for (ManagedObject* owner : owners) {
         std::vector<RowKey> stored;
         const std::uint32_t* end = ends.find(stateOf(*owner).key);
         for (std::size_t i = end ? *end : 0; i > 0 && found[i - 1].first == stateOf(*owner).key; --i)
             stored.push_back(found[i - 1].second);
         std::reverse(stored.begin(), stored.end());
-        for (RowKey key : stored) forgetDeparted(*toMany.destination, key);
-        if (toOne) {
-            for (RowKey key : stored) {
-                ManagedObject* child = registry.find(*toMany.destination, key);
-                if (child && isStale(*child, *toOne, stateOf(*owner).key)) makeFault(*child);
-            }
-        }
-        linksOf(*owner, toMany).load(std::move(stored));
+        LinkSet& links = linksOf(*owner, toMany);
+        if (toMany.manyToMany() && links.hasChanges()) settleLinks(*owner, toMany, KeySet(stored));
+        links.load(std::move(stored));
     }
     return {};
+}
+
+/// What somebody else has saved in the same way is no change any more, on either side: undoing it is one.
+void ContextState::settleLinks(ManagedObject& owner, const RelationshipDescription& toMany, const KeySet& stored) {
+    LinkSet& links = linksOf(owner, toMany);
+    const auto settle = [&](RowKey key, void (LinkSet::*tell)(RowKey)) {
+        (links.*tell)(key);
+        ManagedObject* other = toMany.inverse ? registry.find(*toMany.destination, key) : nullptr;
+        if (other && stateOf(*other).isAlive() && stateOf(*other).links)
+            (stateOf(*other).links[toMany.inverse->index].*tell)(stateOf(owner).key);
+    };
+    for (RowKey key : std::vector(links.added().keys())) {
+        if (stored.contains(key)) settle(key, &LinkSet::storeAdded);
+    }
+    for (const KeySet* removed : {&links.removed(), &links.removedByRule()}) {
+        for (RowKey key : std::vector(removed->keys())) {
+            if (!stored.contains(key)) settle(key, &LinkSet::storeRemoved);
+        }
+    }
 }
 
 ContextState::ObjectRef ContextState::destination(const ManagedObject& owner, const RelationshipDescription& relationship,
@@ -141,8 +159,8 @@ void ContextState::leave(ManagedObject& object, const RelationshipDescription& r
 }
 
 void ContextState::setDestination(ManagedObject& owner, const RelationshipDescription& toOne, ManagedObject* destination) {
-    assertThat(!toOne.toMany, "a single destination belongs to a to-one relationship");
     if (destination) checkDestination(owner, toOne, *destination);
+    assertThat(!toOne.toMany && toOne.entity == &owner.entity(), "the relationship is a to-one one of the object's entity");
     const RowKey old = stateOf(owner).keyAt(placeOf(toOne));
     const RowKey fresh = destination ? stateOf(*destination).key : 0;
     if (old == fresh || !willChange(owner) || (destination && !willChange(*destination))) return;
@@ -187,6 +205,11 @@ void ContextState::changeLink(ManagedObject& owner, const RelationshipDescriptio
         if (linked != isThere) setDestination(destination, *inverse, linked ? &owner : nullptr);
         return;
     }
+    const auto settled = [&](ManagedObject& object, const RelationshipDescription& side) {
+        if (stateOf(object).links && linksOf(object, side).isUnsettled()) loadedLinksOf(object, side);
+    };
+    settled(owner, toMany);
+    if (inverse) settled(destination, *inverse);
     if (isLinked(owner, toMany, destination) == linked || !willChange(owner) || !willChange(destination)) return;
     const auto change = [&](ManagedObject& object, const RelationshipDescription& side, ManagedObject& other) {
         LinkSet& links = linksOf(object, side);
@@ -208,6 +231,13 @@ void ContextState::setDestinations(ManagedObject& owner, const RelationshipDescr
     for (RowKey key : current) {
         if (wanted.contains(key)) continue;
         if (auto object = destination(owner, toMany, key)) leaving.push_back(std::move(object));
+    }
+    std::vector<ObjectRef> former;  // owners of what joins: held until each has lost it
+    for (const ObjectRef& object : joining) {
+        if (!toMany.inverse || toMany.inverse->toMany) break;
+        if (stateOf(*object).fault) fire(*object);
+        if (const RowKey key = stateOf(*object).keyAt(placeOf(*toMany.inverse)); key != 0)
+            former.push_back(objectForKey(*toMany.entity, key));
     }
     for (const ObjectRef& object : leaving) changeLink(owner, toMany, *object, false);
     for (const ObjectRef& object : joining) changeLink(owner, toMany, *object, true);

@@ -19,6 +19,23 @@ void ContextState::adoptPermanentKeys() {
     });
 }
 
+Result<void> ContextState::givePermanentKeys(const EntityDescription& entity, const std::vector<ManagedObject*>& objects) {
+    auto session = coordinator->session();
+    if (!session) return session.error();
+    auto first = session.value()->reserveKeys(entity, objects.size());
+    if (!first) return first.error();
+    RowKey next = first.value();
+    for (ManagedObject* object : objects) {
+        const RowKey temporary = stateOf(*object).key;
+        if (temporary > 0) continue;  // named twice
+        registry.remove(*object);
+        registry.setPermanentKey(temporary, next);
+        stateOf(*object).key = next++;
+        registry.add(*object);
+    }
+    return {};
+}
+
 Result<void> ManagedObjectContext::save() {
     m_state->assertConfinement();
     if (m_state->changes.empty()) return {};
@@ -32,27 +49,14 @@ Result<void> ManagedObjectContext::obtainPermanentIDsForObjects(const std::vecto
         const bool own = object->managedObjectContext() == this;
         if (own && stateOf(*object).key < 0) byEntity[object->entity().index()].push_back(object.get());
     }
-    ObjectRegistry& registry = m_state->registry;
+    Result<void> result;
     for (const auto& entity : managedObjectModel().entities()) {
         const auto& waiting = byEntity[entity->index()];
-        if (waiting.empty()) continue;
-        auto session = m_state->coordinator->session();
-        if (!session) return session.error();
-        auto first = session.value()->reserveKeys(*entity, waiting.size());
-        if (!first) return first.error();
-        RowKey next = first.value();
-        for (ManagedObject* object : waiting) {
-            const RowKey temporary = stateOf(*object).key;
-            if (temporary > 0) continue;  // named twice
-            registry.remove(*object);
-            registry.setPermanentKey(temporary, next);
-            stateOf(*object).key = next++;
-            registry.add(*object);
-        }
+        if (!waiting.empty() && !(result = m_state->givePermanentKeys(*entity, waiting))) break;
     }
-    m_state->adoptPermanentKeys();
+    m_state->adoptPermanentKeys();  // those of the entities before a failure too
     m_state->lookups.clear();
-    return {};
+    return result;
 }
 
 }  // namespace velkor::NS

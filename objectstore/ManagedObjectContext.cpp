@@ -84,7 +84,7 @@ bool ContextState::willChange(ManagedObject& object, bool byRule) {
 void ContextState::setValue(ManagedObject& object, std::size_t attribute, Value value) {
     Value& held = stateOf(object).values()[attribute];
     if (held == value) return;
-    willChange(object);
+    if (!willChange(object)) return;
     if (!lookups.empty()) lookups.add(object.entity(), attribute, value, stateOf(object).key);
     held = std::move(value);
 }

@@ -1,8 +1,18 @@
 #include "objectstore/ObjectRegistry.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cassert>
 
 namespace velkor::NS {
+
+namespace {
+
+// Each registry takes its temporary keys from a range of its own: what one context gives out means nothing to the others.
+constexpr RowKey temporaryKeysEach = RowKey(1) << 32;
+std::atomic<RowKey> registriesWithTemporaries = 0;
+
+}  // namespace
 
 std::shared_ptr<ManagedObject> sharedOf(ManagedObject& object) noexcept {
     return std::static_pointer_cast<ManagedObject>(object.weak_from_this().lock());
@@ -11,7 +21,7 @@ std::shared_ptr<ManagedObject> sharedOf(ManagedObject& object) noexcept {
 ManagedObject* ObjectRegistry::find(const EntityDescription& entity, RowKey key) const noexcept {
     if (key < 0) {
         const Temporary* found = temporary(key);
-        return found ? found->object : nullptr;
+        return found && found->object && &found->object->entity() == &entity ? found->object : nullptr;
     }
     ManagedObject* const* found = m_entities[entity.index()].living.find(key);
     return found ? *found : nullptr;
@@ -40,18 +50,8 @@ void ObjectRegistry::remove(ManagedObject& object) noexcept {
     }
 }
 
-std::size_t ObjectRegistry::size() const noexcept {
-    std::size_t count = 0;
-    for (const Entity& entity : m_entities) count += entity.living.size();
-    return count;
-}
-
-void ObjectRegistry::reserve(const EntityDescription& entity, std::size_t more) {
-    auto& living = m_entities[entity.index()].living;
-    living.reserve(living.size() + more);
-}
-
 RowKey ObjectRegistry::addTemporary(ManagedObject& object) {
+    if (m_firstTemporary == 0) m_firstTemporary = -1 - temporaryKeysEach * registriesWithTemporaries++;
     m_temporaries.push_back({&object, 0});
     return m_firstTemporary - RowKey(m_temporaries.size() - 1);
 }
@@ -89,6 +89,7 @@ void ObjectRegistry::addFault(ManagedObject& object) {
 void ObjectRegistry::removeFault(ManagedObject& object) noexcept {
     auto& faults = entityOf(object).faults;
     const std::uint32_t slot = stateOf(object).slot;
+    assert(faults[slot] == &object);
     faults[slot] = faults.back();
     stateOf(*faults[slot]).slot = slot;
     faults.pop_back();

@@ -29,10 +29,8 @@ public:
     void depart(ManagedObject& object);
     /// Forgets the object.
     void remove(ManagedObject& object) noexcept;
-    std::size_t size() const noexcept;
-    void reserve(const EntityDescription& entity, std::size_t more);
 
-    /// A key for an object without a row; never used twice in a context. The object is registered under it.
+    /// A key for an object without a row; never used twice in a process. The object is registered under it.
     RowKey addTemporary(ManagedObject& object);
     bool hasTemporaries() const noexcept { return !m_temporaries.empty(); }
     /// The row key that stands for a temporary one from now on; the object itself is registered anew by `add`.
@@ -84,7 +82,7 @@ private:
 
     std::vector<Entity> m_entities;
     std::vector<Temporary> m_temporaries;  // the one of key m_firstTemporary first, then downwards
-    RowKey m_firstTemporary = -1;
+    RowKey m_firstTemporary = 0;           // 0: there has not been any yet
 };
 
 }  // namespace velkor::NS

@@ -62,7 +62,7 @@ struct ObjectState {
     std::int64_t version = unknownVersion;
     std::unique_ptr<Snapshot> snapshot;  // of an updated or deleted object
     std::unique_ptr<LinkSet[]> links;    // by relationship, once a to-many was loaded or changed
-    std::uint32_t slot = 0;              // place among the context's faults, or in its list of changes
+    std::uint32_t slot = 0;              // place among the context's faults, else in its list of changes
     std::uint16_t count;
     ObjectStatus status = ObjectStatus::detached;
     bool fault : 1 = false;

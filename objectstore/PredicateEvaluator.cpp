@@ -34,7 +34,7 @@ bool compares(const Value& left, Predicate::Comparison comparison, const Value& 
         default:
             break;
     }
-    if (left.isNil() || right.isNil()) return false;
+    if (!areOrdered(left, right)) return false;
     const int order = orderOf(left, right);
     switch (comparison) {
         case Predicate::Comparison::less:

@@ -81,15 +81,17 @@ Result<void> SaveOperation::touchDestination(StoreSession& session, ManagedObjec
 Result<void> SaveOperation::resolveMissing(StoreSession& session, Update& update) {
     if (m_context.policy == MergePolicy::error) return conflict(*update.object);
     if (m_context.policy == MergePolicy::objectWins && update.byUser) return revive(session, *update.object);
-    m_gone.push_back(update.object);
+    m_gone.insert(update.object);
     return {};
 }
 
-/// The row was removed, but the user's changes win: it is written again under its key.
+/// The row was removed, but the user's changes win: it is written again under its key, with a version that no reader of the
+/// removed row can have seen.
 Result<void> SaveOperation::revive(StoreSession& session, ManagedObject& object) {
     const auto own = rowValues(object);
-    Resolution resolution{&object, {own.begin(), own.end()}, {own.begin(), own.end()}, firstVersion};
-    auto inserted = session.insert(object.entity(), stateOf(object).key, resolution.values);
+    const auto version = std::int64_t(Date::now().timeIntervalSince1970() * 1e6);
+    Resolution resolution{&object, {own.begin(), own.end()}, {own.begin(), own.end()}, version};
+    auto inserted = session.insert(object.entity(), stateOf(object).key, resolution.values, version);
     if (!inserted) return inserted.error();
     session.touched(object.entity(), ChangeKind::inserted, {});
     m_resolutions.push_back(std::move(resolution));

@@ -138,9 +138,14 @@ Result<void> SaveOperation::writeLinks(StoreSession& session, ManagedObject& obj
         if (!relationship.manyToMany() || (relationship.inverse && relationship.inverse < &relationship)) continue;
         const LinkSet& links = state.links[relationship.index];
         for (RowKey key : links.added()) {
-            const ManagedObject* other = m_context.registry.find(*relationship.destination, key);
-            if (other && (!stateOf(*other).isAlive() || isGone(*other))) continue;
-            auto linked = session.link(relationship, owner, m_context.registry.permanentKey(key));
+            const ObjectRegistry& registry = m_context.registry;
+            const ManagedObject* other = registry.find(*relationship.destination, key);
+            if (other ? !stateOf(*other).isAlive() || isGone(*other)
+                      : registry.findDeparted(*relationship.destination, key) != nullptr)
+                continue;
+            const RowKey destination = registry.permanentKey(key);
+            if (destination < 0) continue;  // of an object given up
+            auto linked = session.link(relationship, owner, destination);
             if (!linked) return linked;
         }
         for (RowKey key : links.removed()) {
@@ -209,10 +214,6 @@ std::span<const Value> SaveOperation::rowValues(ManagedObject& object) {
         m_resolved[place] = permanent > 0 ? Value(permanent) : Value();  // of an object given up: no row
     }
     return values;
-}
-
-bool SaveOperation::isGone(const ManagedObject& object) const noexcept {
-    return std::find(m_gone.begin(), m_gone.end(), &object) != m_gone.end();
 }
 
 }  // namespace velkor::NS

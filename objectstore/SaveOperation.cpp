@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "objectstore/StoreReadFailure.h"
 #include "platform/base/Format.h"
 #include "platform/concurrency/NotificationCenter.h"
 
@@ -16,12 +17,26 @@ Error invalid(std::int64_t code, std::string_view text) { return Error::withDesc
 }  // namespace
 
 Result<void> SaveOperation::run() {
+    Result<void> result;
+    try {
+        result = transact();
+    } catch (const StoreReadFailure& failure) {  // validation and delete rules follow relationships
+        result = failure.error();
+    }
+    if (!result) {
+        m_context.registry.forgetPermanentKeys();
+        return result;
+    }
+    settle();
+    if (m_record) announce();
+    return {};
+}
+
+/// Writes everything and commits; leaves no record when there was nothing to write.
+Result<void> SaveOperation::transact() {
     gather();
     if (auto valid = validate(); !valid) return valid;
-    if (!hasWork()) {
-        settle();
-        return {};
-    }
+    if (!hasWork()) return {};
     auto session = m_context.coordinator->session();
     if (!session) return session.error();
     StoreSession& store = *session.value();
@@ -33,12 +48,7 @@ Result<void> SaveOperation::run() {
             store.rollback();
             return result;
         }
-        if (m_stale.empty()) {
-            session.value().reset();  // observers may want the connection
-            settle();
-            announce();
-            return {};
-        }
+        if (m_stale.empty()) return {};
         store.rollback();
         if (result = prepareDeletionsAnew(store); !result) return result;
         gather();
@@ -195,10 +205,11 @@ void SaveOperation::settleDeleted(ManagedObject& object) {
         if (!relationship.inverse || !relationship.inverse->toMany) continue;
         const auto forget = [&](RowKey key) {
             ManagedObject* other = key != 0 ? m_context.registry.find(*relationship.destination, key) : nullptr;
-            if (other && stateOf(*other).links) stateOf(*other).links[relationship.inverse->index].storeRemoved(state.key);
+            if (other && other != &object && stateOf(*other).links)
+                stateOf(*other).links[relationship.inverse->index].storeRemoved(state.key);
         };
         if (relationship.toMany) {
-            for (RowKey key : m_context.loadedLinksOf(object, relationship).current()) forget(key);
+            for (RowKey key : m_context.linksOf(object, relationship).current()) forget(key);  // loaded by the deletion
         } else {
             forget(state.keyAt(placeOf(relationship)));
         }

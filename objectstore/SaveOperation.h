@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <span>
+#include <unordered_set>
 #include <vector>
 
 #include "objectstore/ContextState.h"
@@ -40,6 +41,8 @@ private:
         RowKey key;
     };
 
+    Result<void> transact();
+
     // What is to be written (SaveOperation.cpp)
     void gather();
     void gatherUpdate(ManagedObject& object);
@@ -64,7 +67,7 @@ private:
     /// The object's values with row keys in place of temporary ones; valid until the next call.
     std::span<const Value> rowValues(ManagedObject& object);
     bool waitsForKeys(ManagedObject& object) const;
-    bool isGone(const ManagedObject& object) const noexcept;
+    bool isGone(const ManagedObject& object) const { return m_gone.contains(const_cast<ManagedObject*>(&object)); }
     std::span<const std::size_t> placesOf(const Update& update) const {
         return std::span(m_places).subspan(update.firstPlace, update.placeCount);
     }
@@ -97,11 +100,11 @@ private:
     std::vector<std::size_t> m_places;
     std::vector<ManagedObject*> m_stale;  // deleted objects whose rows somebody has changed
     std::vector<Resolution> m_resolutions;
-    std::vector<ManagedObject*> m_revived;  // updated objects whose rows were missing and are written again
-    std::vector<ManagedObject*> m_gone;     // updated objects whose rows are missing and stay so
-    std::vector<RowRef> m_rewritten;        // rows that were written beside the objects' own
-    std::vector<Value> m_resolved;          // see rowValues
-    std::vector<Value> m_noValues;          // a row of nothing
+    std::vector<ManagedObject*> m_revived;      // updated objects whose rows were missing and are written again
+    std::unordered_set<ManagedObject*> m_gone;  // updated objects whose rows are missing and stay so
+    std::vector<RowRef> m_rewritten;            // rows that were written beside the objects' own
+    std::vector<Value> m_resolved;              // see rowValues
+    std::vector<Value> m_noValues;              // a row of nothing
     SaveStamp m_stamp;
     std::shared_ptr<ChangeRecord> m_record;
     ChangeTracker::Lists m_lists;  // after the commit

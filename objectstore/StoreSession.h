@@ -43,7 +43,8 @@ public:
 
     // Reading. Object operands in predicates have been replaced by row keys.
     virtual Result<void> fetch(const FetchRequest& request, const std::function<void(StoredRow&&)>& handle) = 0;
-    virtual Result<std::size_t> count(const FetchRequest& request) = 0;
+    /// `except`: keys of rows that are not counted; the request has no limit then.
+    virtual Result<std::size_t> count(const FetchRequest& request, std::span<const RowKey> except = {}) = 0;
     /// The named attributes' values of each match (to-one relationships: keys), valid during the call only.
     virtual Result<void> project(const FetchRequest& request, std::span<const std::string> names,
                                  const std::function<void(RowKey, std::span<const Value>)>& handle) = 0;
@@ -55,8 +56,9 @@ public:
 
     // Writing, between begin and commit. A failure leaves the transaction open for rollback.
     virtual Result<void> begin() = 0;
-    /// `values` as in StoredRow. `key` 0: the store chooses; else one that reserveKeys gave out.
-    virtual Result<RowKey> insert(const EntityDescription& entity, RowKey key, std::span<const Value> values) = 0;
+    /// `values` as in StoredRow. `key` 0: the store chooses; else one that reserveKeys gave out, or that of a removed row.
+    virtual Result<RowKey> insert(const EntityDescription& entity, RowKey key, std::span<const Value> values,
+                                  std::int64_t version = firstVersion) = 0;
     /// Writes the columns whose places in `values` are named by `changed`, if the row still has `expectedVersion` (any when -1);
     /// the row's version goes up by one.
     virtual Result<WriteOutcome> update(const EntityDescription& entity, RowKey key, std::int64_t expectedVersion,

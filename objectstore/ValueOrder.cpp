@@ -73,6 +73,12 @@ int orderOf(const Value& left, const Value& right) noexcept {
     }
 }
 
+bool areOrdered(const Value& left, const Value& right) noexcept {
+    const Rank rank = rankOf(left);
+    if (rank == Rank::nil || rank != rankOf(right) || left.isNumber() != right.isNumber()) return false;
+    return rank != Rank::number || !(std::isnan(realOf(left)) || std::isnan(realOf(right)));
+}
+
 std::size_t hashOf(const Value& value) noexcept {
     switch (rankOf(value)) {
         case Rank::number:

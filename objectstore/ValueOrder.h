@@ -11,6 +11,8 @@ namespace velkor::NS {
 /// The order of values that the store's files have too: nil, numbers and dates, texts by bytes, data by bytes. Negative, 0 or
 /// positive. Internal to the object store.
 int orderOf(const Value& left, const Value& right) noexcept;
+/// Whether less or greater is said of the two: of values of one type that are numbers where they should be.
+bool areOrdered(const Value& left, const Value& right) noexcept;
 /// Equal values have equal hashes, numbers of different kinds included.
 std::size_t hashOf(const Value& value) noexcept;
 

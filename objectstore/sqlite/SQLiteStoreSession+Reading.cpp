@@ -40,12 +40,16 @@ Result<void> SQLiteStoreSession::fetch(const FetchRequest& request, const std::f
     return readRows(*table.value(), query, nullptr, handle);
 }
 
-Result<std::size_t> SQLiteStoreSession::count(const FetchRequest& request) {
+Result<std::size_t> SQLiteStoreSession::count(const FetchRequest& request, std::span<const RowKey> except) {
     auto table = tableFor(request);
     if (!table) return table.error();
-    Query query{"SELECT count(*) FROM (SELECT 1 FROM " + table.value()->name, {}};
+    Query query{"SELECT count(*) FROM (SELECT id FROM " + table.value()->name, {}};
     if (auto appended = appendRequest(query, request, *table.value(), false); !appended) return appended.error();
     query.sql += ')';
+    if (!except.empty()) {
+        query.sql += " WHERE NOT id";
+        query.appendList(std::vector<Value>(except.begin(), except.end()), true);
+    }
     auto lease = prepared(query);
     if (!lease) return lease.error();
     const int code = lease.value()->step();
@@ -113,8 +117,15 @@ Result<void> SQLiteStoreSession::destinations(const RelationshipDescription& rel
     auto lease = prepared(query);
     if (!lease) return lease.error();
     return m_connection->eachRow(*lease.value(), [&](Statement& statement) {
-        const RowKey owner = statement.integer(0);
-        if (condition.accepts(owner)) handle(owner, statement.integer(1));
+        const RowKey owner = statement.integer(0), destination = statement.integer(1);
+        if (!condition.accepts(owner)) return Result<void>();
+        if (destination <= 0) {
+            return Result<void>(storeFileError(StoreError::notAStore, m_store->path(),
+                                               "is damaged: " + relationship.entity->name() + '.' + relationship.name +
+                                                   " of row " + std::to_string(owner) + " cannot be read"));
+        }
+        handle(owner, destination);
+        return Result<void>();
     });
 }
 

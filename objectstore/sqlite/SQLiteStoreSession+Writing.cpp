@@ -36,7 +36,8 @@ Result<void> SQLiteStoreSession::runBound(Statement& statement) {
     return run ? run : failed(run.error());
 }
 
-Result<RowKey> SQLiteStoreSession::insert(const EntityDescription& entity, RowKey key, std::span<const Value> values) {
+Result<RowKey> SQLiteStoreSession::insert(const EntityDescription& entity, RowKey key, std::span<const Value> values,
+                                          std::int64_t version) {
     if (auto writable = checkWritable(); !writable) return writable.error();
     const EntityTable* table = m_store->schema().table(entity);
     assertThat(table && values.size() == table->columns.size(), "A row's values are those of its entity");
@@ -52,7 +53,8 @@ Result<RowKey> SQLiteStoreSession::insert(const EntityDescription& entity, RowKe
         keys.used(key);
     }
     insert.bind(1, key);
-    int place = 2;
+    insert.bind(2, version);
+    int place = 3;
     for (std::size_t i = 0; i < values.size(); ++i) {
         if (table->columns[i].content == Column::Content::none) continue;
         if (auto bound = bindColumn(insert, place++, *table, i, values[i]); !bound) {

@@ -20,7 +20,7 @@ public:
     ~SQLiteStoreSession() override;
 
     Result<void> fetch(const FetchRequest& request, const std::function<void(StoredRow&&)>& handle) override;
-    Result<std::size_t> count(const FetchRequest& request) override;
+    Result<std::size_t> count(const FetchRequest& request, std::span<const RowKey> except) override;
     Result<void> project(const FetchRequest& request, std::span<const std::string> names,
                          const std::function<void(RowKey, std::span<const Value>)>& handle) override;
     Result<void> rows(const EntityDescription& entity, std::span<const RowKey> keys,
@@ -29,7 +29,8 @@ public:
                               const std::function<void(RowKey owner, RowKey destination)>& handle) override;
 
     Result<void> begin() override;
-    Result<RowKey> insert(const EntityDescription& entity, RowKey key, std::span<const Value> values) override;
+    Result<RowKey> insert(const EntityDescription& entity, RowKey key, std::span<const Value> values,
+                          std::int64_t version) override;
     Result<WriteOutcome> update(const EntityDescription& entity, RowKey key, std::int64_t expectedVersion,
                                 std::span<const std::size_t> changed, std::span<const Value> values) override;
     Result<WriteOutcome> remove(const EntityDescription& entity, RowKey key, std::int64_t expectedVersion) override;

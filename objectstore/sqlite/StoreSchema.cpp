@@ -64,7 +64,7 @@ EntityTable::EntityTable(const EntityDescription& described)
     for (const AttributeDescription& attribute : described.attributes()) columns.push_back(columnOf(attribute));
     for (const RelationshipDescription& relationship : described.relationships()) columns.push_back(columnOf(relationship));
     std::string names = "id,v";
-    std::string parameters = "?,1";
+    std::string parameters = "?,?";
     for (const Column& column : columns) {
         if (column.content == Column::Content::none) continue;
         names += ',' + column.name;

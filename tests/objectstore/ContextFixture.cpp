@@ -93,11 +93,17 @@ void ContextFixture::save(const ContextRef& context) {
     ASSERT_TRUE(saved.ok()) << saved.error().localizedDescription();
 }
 
-void ContextFixture::tamper(const std::string& sql) const {
+std::string ContextFixture::tamper(const std::string& sql) const {
     sqlite3* raw = nullptr;
-    ASSERT_EQ(sqlite3_open((m_directory / "Office.sqlite").c_str(), &raw), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(raw, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(raw);
+    EXPECT_EQ(sqlite3_open((m_directory / "Office.sqlite").c_str(), &raw), SQLITE_OK);
+    std::string found;
+    const auto take = [](void* place, int, char** values, char**) {
+        *static_cast<std::string*>(place) = values[0] ? values[0] : "NULL";
+        return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(raw, sql.c_str(), take, &found, nullptr), SQLITE_OK) << sqlite3_errmsg(raw);
     sqlite3_close(raw);
+    return found;
 }
 
 const RelationshipDescription& ContextFixture::relationship(const ObjectRef& object, std::string_view name) {

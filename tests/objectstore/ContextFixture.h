@@ -57,8 +57,8 @@ protected:
     /// The object as the store has it now, in a context of its own.
     ObjectRef stored(std::string_view entityName, std::string_view guid);
     static void save(const ContextRef& context);
-    /// Changes the file behind the store's back.
-    void tamper(const std::string& sql) const;
+    /// Runs SQL behind the store's back; the first column of its last row.
+    std::string tamper(const std::string& sql) const;
 
     static void set(const ObjectRef& object, std::string_view name, NS::Value value) { object->setValueForKey(value, name); }
     static NS::Value get(const ObjectRef& object, std::string_view name) { return object->valueForKey(name); }

@@ -267,6 +267,7 @@ TEST_F(ManagedObjectContextTest, DeletedObjectsStillAnswer) {
     EXPECT_TRUE(note->isDeleted());
     set(note, "title", "too late");
     EXPECT_FALSE(m_context->hasChanges());
+    EXPECT_EQ(text(note, "title"), "nil");
 }
 
 TEST_F(ManagedObjectContextTest, PermanentIdentifiersBeforeTheSave) {
@@ -286,6 +287,44 @@ TEST_F(ManagedObjectContextTest, PermanentIdentifiersBeforeTheSave) {
     EXPECT_EQ(guids(other->existingObjectWithID(*promised).value(), "folder"), "f");
     EXPECT_EQ(guids(object(other, "Tag", "t"), "notes"), "n");
     EXPECT_EQ(other->existingObjectWithID(ManagedObjectID(entity("Note"), 999)).error().code(), StoreError::noSuchObject);
+}
+
+TEST_F(ManagedObjectContextTest, PermanentIdentifiersOfSomeEntitiesOnly) {
+    const ObjectRef folder = insert(m_context, "Folder", "f");
+    const ObjectRef note = insert(m_context, "Note", "n");
+    const ObjectRef tag = insert(m_context, "Tag", "t");
+    set(note, "folder", folder);
+    add(note, "tags", tag);
+    tamper("ALTER TABLE e_Tag RENAME TO away");
+    EXPECT_FALSE(m_context->obtainPermanentIDsForObjects({folder, note, tag}).ok());
+    EXPECT_FALSE(folder->objectID()->isTemporaryID());
+    tamper("ALTER TABLE away RENAME TO e_Tag");
+    EXPECT_EQ(guids(note, "folder") + guids(folder, "notes") + guids(tag, "notes"), "fnn");
+    save(m_context);
+    EXPECT_EQ(guids(stored("Note", "n"), "folder") + guids(stored("Note", "n"), "tags"), "ft");
+}
+
+TEST_F(ManagedObjectContextTest, AFailedSavesKeysAreForgotten) {
+    const ObjectRef known = insert(m_context, "Note", "known");
+    save(m_context);
+    const ObjectRef note = insert(m_context, "Note", "n");
+    set(note, "folder", insert(m_context, "Folder", "mine"));
+    set(known, "score", "much");
+    EXPECT_FALSE(m_context->save().ok());
+    const ContextRef other = newContext();
+    insert(other, "Folder", "theirs");
+    save(other);
+    ASSERT_TRUE(m_context->obtainPermanentIDsForObjects({note}).ok());
+    set(known, "score", 1);
+    save(m_context);
+    EXPECT_EQ(guids(stored("Note", "n"), "folder"), "mine");
+}
+
+TEST_F(ManagedObjectContextTest, TemporaryIdentifiersMeanNothingElsewhere) {
+    const ObjectRef note = insert(m_context, "Note", "n");
+    const ContextRef other = newContext();
+    insert(other, "Note", "other");
+    EXPECT_FALSE(other->objectWithID(*note->objectID()));
 }
 
 TEST_F(ManagedObjectContextTest, ObjectsThatLeadToOneAnotherAreInsertedTogether) {

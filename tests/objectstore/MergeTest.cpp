@@ -76,6 +76,54 @@ TEST_F(MergeTest, UnsavedChangesStayOnTop) {
     EXPECT_EQ(text(n, "title") + text(n, "body") + guids(n, "folder") + guids(n, "tags"), "minetheirsgu");
 }
 
+TEST_F(MergeTest, WhatBothHaveLinkedOrUnlinkedCanBeUndone) {
+    for (const bool linked : {true, false}) {
+        for (const char* undoneBy : {"note", "tag", "note, read before", "nobody"}) {
+            m_mine = newContext();
+            m_theirs = newContext();
+            const auto link = [&](const ContextRef& context, bool wanted, bool byTag = false) {
+                const ObjectRef n = object(context, "Note", "n"), t = object(context, "Tag", "t");
+                if (byTag) return wanted ? add(t, "notes", n) : remove(t, "notes", n);
+                wanted ? add(n, "tags", t) : remove(n, "tags", t);
+            };
+            const std::string by = undoneBy;
+            link(m_theirs, !linked);
+            save(m_theirs);
+            const ObjectRef n = mine("Note", "n"), t = mine("Tag", "t");
+            link(m_mine, linked);
+            link(m_theirs, linked);
+            saveAndMerge();
+            const bool read = by == "nobody" || by == "note, read before";
+            EXPECT_EQ(read ? guids(n, "tags") : "", read && linked ? "t" : "");
+            if (by != "nobody") link(m_mine, !linked, by == "tag");
+            SaveLog log(m_mine);
+            save(m_mine);
+            const bool isLinked = linked == (by == "nobody");
+            EXPECT_EQ(guids(stored("Note", "n"), "tags"), isLinked ? "t" : "") << undoneBy << linked;
+            EXPECT_EQ(guids(n, "tags") + guids(t, "notes"), isLinked ? "tm n" : "m") << undoneBy << linked;
+            EXPECT_EQ(log.saves().empty(), by == "nobody") << undoneBy << linked;
+        }
+    }
+}
+
+TEST_F(MergeTest, RowsThatMovedUnnoticedAreReadAgainWithTheirLinks) {
+    for (const char* guid : {"1", "2", "3", "4", "5", "6", "p", "q", "c", "k"}) insert(m_theirs, "Folder", guid);
+    set(theirs("Folder", "c"), "parent", theirs("Folder", "p"));
+    set(theirs("Folder", "k"), "parent", theirs("Folder", "c"));
+    save(m_theirs);
+    std::vector<ObjectRef> held;
+    for (const char* guid : {"1", "2", "3", "4", "5", "6"}) {  // from now on links are read for many owners together
+        held.push_back(mine("Folder", guid));
+        EXPECT_EQ(guids(held.back(), "children"), "");
+    }
+    const ObjectRef c = mine("Folder", "c"), q = mine("Folder", "q");
+    EXPECT_EQ(guids(c, "parent"), "p");
+    set(theirs("Folder", "c"), "parent", theirs("Folder", "q"));
+    save(m_theirs);
+    EXPECT_EQ(guids(c, "children"), "k");
+    EXPECT_EQ(guids(q, "children") + guids(c, "parent"), "cq");
+}
+
 TEST_F(MergeTest, MergePoliciesSettleConflicts) {
     const struct {
         MergePolicy policy;
@@ -160,6 +208,79 @@ TEST_F(MergeTest, AnEditedRowThatSomebodyRemoved) {
         m_mine->deleteObject(gone);
         save(m_mine);
     }
+}
+
+TEST_F(MergeTest, EditsOutliveARowThatIsFoundMissing) {
+    for (const MergePolicy policy : {MergePolicy::error, MergePolicy::storeWins, MergePolicy::objectWins}) {
+        for (const bool merged : {true, false}) {
+            m_mine = newContext();
+            m_theirs = newContext();
+            m_mine->setMergePolicy(policy);
+            if (!theirs("Note", "n")) insert(m_theirs, "Note", "n");
+            save(m_theirs);
+            const ObjectRef n = mine("Note", "n");
+            const auto id = n->objectID();
+            const std::string title = merged ? "merged" : "looked for";
+            set(n, "title", title);
+            SaveLog log(m_theirs);
+            set(theirs("Note", "n"), "body", merged ? "edited" : "again");
+            save(m_theirs);
+            m_theirs->deleteObject(theirs("Note", "n"));
+            save(m_theirs);
+            if (merged) {
+                for (const auto& each : log.saves()) m_mine->mergeChanges(*each.record);
+            } else {
+                EXPECT_EQ(m_mine->existingObjectWithID(*id).error().code(), StoreError::noSuchObject);
+            }
+            EXPECT_EQ(n->isDeleted(), policy == MergePolicy::storeWins) << merged;
+            EXPECT_EQ(m_mine->save().ok(), policy != MergePolicy::error) << merged;
+            const ObjectRef after = stored("Note", "n");
+            EXPECT_EQ(after ? text(after, "title") : "none", policy == MergePolicy::objectWins ? title : "none") << merged;
+        }
+    }
+}
+
+TEST_F(MergeTest, ARowThatCameBackIsNewToItsReaders) {
+    const ContextRef reader = newContext();
+    insert(m_theirs, "Note", "back");
+    save(m_theirs);
+    const ObjectRef read = object(reader, "Note", "back");
+    EXPECT_EQ(text(read, "title"), "nil");
+    set(mine("Note", "back"), "title", "mine");
+    m_theirs->deleteObject(theirs("Note", "back"));
+    save(m_theirs);
+    save(m_mine);
+    set(mine("Note", "back"), "body", "still mine");
+    save(m_mine);
+    EXPECT_EQ(object(reader, "Note", "back"), read);
+    EXPECT_EQ(text(read, "title") + text(read, "body"), "minestill mine");
+}
+
+TEST_F(MergeTest, LookingForADeletedObjectLeavesItsDeletion) {
+    const ObjectRef f = mine("Folder", "f");
+    m_mine->deleteObject(f);
+    set(insert(m_theirs, "Folder", "child"), "parent", theirs("Folder", "f"));
+    save(m_theirs);
+    EXPECT_EQ(m_mine->existingObjectWithID(*f->objectID()).error().code(), StoreError::noSuchObject);
+    save(m_mine);
+    EXPECT_EQ(guids(fetch(newContext(), "Folder")), "g");
+}
+
+TEST_F(MergeTest, AStoreThatCannotBeReadFailsTheSave) {
+    const ObjectRef f = mine("Folder", "f");
+    m_mine->deleteObject(f);
+    set(insert(m_theirs, "Note", "late"), "folder", theirs("Folder", "f"));
+    save(m_theirs);
+    tamper("UPDATE e_Note SET a_rating='no number' WHERE a_guid='late'");
+    const auto saved = m_mine->save();
+    ASSERT_FALSE(saved.ok());
+    EXPECT_EQ(saved.error().code(), StoreError::notAStore);
+    EXPECT_TRUE(f->isDeleted() && m_mine->hasChanges());
+    EXPECT_TRUE(stored("Folder", "f"));
+    tamper("UPDATE e_Note SET a_rating=NULL");
+    save(m_mine);
+    EXPECT_FALSE(stored("Folder", "f"));
+    EXPECT_EQ(guids(stored("Note", "late"), "folder"), "");
 }
 
 TEST_F(MergeTest, DeletionsTakeWhatCameMeanwhile) {

@@ -88,6 +88,31 @@ TEST_F(RelationshipTest, ItsOwnInverseAndNoInverse) {
     EXPECT_EQ(guids(note("n"), "related") + guids(note("m"), "related") + guids(note("n"), "readers"), "");
 }
 
+TEST_F(RelationshipTest, LinksToObjectsGivenUpLeadNowhere) {
+    const ObjectRef n = insert(m_context, "Note", "n"), kept = insert(m_context, "Tag", "kept");
+    save(m_context);
+    const ObjectRef t = insert(m_context, "Tag", "t");
+    add(n, "readers", t);
+    m_context->deleteObject(t);
+    const ObjectRef other = insert(m_context, "Folder", "other");
+    EXPECT_EQ(guids(n, "readers"), "");
+    m_context->refreshObject(n, false);
+    EXPECT_FALSE(n->hasChanges());
+    const ObjectRef u = insert(m_context, "Tag", "u");
+    add(n, "readers", u);
+    add(n, "readers", kept);
+    m_context->deleteObject(u);
+    const ContextRef theirs = newContext();
+    SaveLog log(theirs);
+    theirs->deleteObject(object(theirs, "Tag", "kept"));
+    save(theirs);
+    m_context->setMergePolicy(MergePolicy::storeWins);
+    m_context->mergeChanges(*log.last().record);
+    save(m_context);
+    EXPECT_EQ(tamper("SELECT count(*) FROM \"j_Note.readers\""), "0");
+    EXPECT_EQ(guids(n, "readers"), "");
+}
+
 TEST_F(RelationshipTest, AssignmentMarksBothSidesAndUndoingItNone) {
     const ObjectRef a = insert(m_context, "Folder", "a"), b = insert(m_context, "Folder", "b"),
                     n = insert(m_context, "Note", "n");
