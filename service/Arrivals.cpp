@@ -33,11 +33,12 @@ void Arrivals::remindAll(std::stop_token stop) {
 
 Arrivals::Arrival::Arrival(Arrivals& arrivals, std::int64_t user) : m_arrivals(arrivals), m_user(user) {
     std::lock_guard guard(arrivals.m_mutex);
-    if (++arrivals.m_counts[user] > 1) return;
-    arrivals.m_isNew = true;
+    // First, for what cannot be reminded of must not be counted.
     if (!arrivals.m_thread.joinable()) {
         arrivals.m_thread = std::jthread([&arrivals](std::stop_token stop) { arrivals.remindAll(std::move(stop)); });
     }
+    if (++arrivals.m_counts[user] > 1) return;
+    arrivals.m_isNew = true;
     arrivals.m_changed.notify_one();
 }
 

@@ -1,6 +1,7 @@
 #include "service/ChangesRequest.h"
 
 #include <algorithm>
+#include <future>
 #include <thread>
 
 #include "PelmoLib/encodings/VLKLog.h"
@@ -73,9 +74,11 @@ void ChangesRequest::readRelationships() {
             m_transactions[i].readRelationships(*m_arenas[share]);
         }
     };
-    std::vector<std::jthread> helpers;
-    for (std::size_t share = 1; share < threads; ++share) helpers.emplace_back(readShare, share);
+    // What a share raises is raised here; where there are no more threads, its work is done here as well.
+    std::vector<std::future<void>> helpers;
+    for (std::size_t share = 1; share < threads; ++share) helpers.push_back(std::async(readShare, share));
     readShare(0);
+    for (auto& helper : helpers) helper.get();
 }
 
 }  // namespace velkor::service

@@ -1,13 +1,18 @@
 #include "service/Database.h"
 
+#include <fcntl.h>
 #include <soci/postgresql/soci-postgresql.h>
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
+#include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "platform/base/DurableStep.h"
 #include "platform/base/SystemLog.h"
+#include "platform/persistence/FileDescriptor.h"
 #include "service/DatabaseProduct.h"
 
 namespace velkor::service {
@@ -20,6 +25,18 @@ constexpr Sql rollbackWork{"ROLLBACK", ":"};
 constexpr int mostTimes = 5;  // that one transaction is tried
 
 NS::Error openFailure(const std::string& text) { return NS::Error::withDescription(NS::PlatformErrorDomain, 1, text); }
+
+std::string fileOf(const std::string& directory) { return directory + "/velkord.sqlite"; }
+
+/// Sees to it that nobody else can read the file, which is made when missing: what the database writes beside it gets the same
+/// permissions. It is opened only when it is new, since closing it would end the locks that this process has on it.
+bool makePrivate(const std::string& file) {
+    constexpr mode_t mine = S_IRUSR | S_IWUSR;
+    if (NS::FileDescriptor(::open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mine))) return true;
+    struct stat status {};
+    if (errno != EEXIST || ::stat(file.c_str(), &status) != 0) return false;
+    return (status.st_mode & ACCESSPERMS) == mine || ::chmod(file.c_str(), mine) == 0;
+}
 
 /// What helps against a failure with this SQLSTATE.
 Remedy remedyFor(std::string_view state) {
@@ -45,6 +62,18 @@ void rethrowAsDatabaseFailure() {
     }
 }
 
+Rows::~Rows() {
+    if (!m_statement) return;
+    try {
+        m_connection.noted([&] { m_statement->finish(); });
+    } catch (...) {  // the connection raises it again
+    }
+}
+
+bool Rows::next() {
+    return m_connection.noted([&] { return m_statement->next(); });
+}
+
 Connection::Connection(std::unique_ptr<soci::session> session) : m_session(std::move(session)) {}
 Connection::~Connection() = default;
 
@@ -60,14 +89,17 @@ void Connection::runOnce(const std::string& text) {
 
 NS::Result<std::unique_ptr<Database>> Database::open(const std::string& directory) {
     std::error_code error;
-    std::filesystem::create_directories(directory, error);
+    if (std::filesystem::create_directories(directory, error)) {
+        std::filesystem::permissions(directory, std::filesystem::perms::owner_all, error);
+    }
     if (error) return openFailure("cannot make the directory " + directory + ": " + error.message());
-    const std::string file = directory + "/velkord.sqlite";
+    const std::string file = fileOf(directory);
     if (file.find('"') != file.npos) return openFailure("the data directory's name must not hold a quotation mark");
-    auto database = prepared(embeddedDatabase(file), file);
-    std::filesystem::permissions(file, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write, error);
-    return database;
+    if (!makePrivate(file)) return openFailure("cannot make the database " + file + " private: " + std::strerror(errno));
+    return prepared(embeddedDatabase(file), file);
 }
+
+bool Database::isIn(const std::string& directory) { return std::filesystem::exists(fileOf(directory)); }
 
 NS::Result<std::unique_ptr<Database>> Database::openServer(const std::string& url) {
     try {

@@ -5,8 +5,10 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "platform/base/Result.h"
@@ -41,7 +43,28 @@ auto translateFailures(F&& function) {
     }
 }
 
-/// One connection with its prepared statements. One thread at a time.
+class Connection;
+
+/// The rows of one execution; gives them up at the end of its life.
+class Rows {
+public:
+    Rows(Connection& connection, Statement& statement) : m_connection(connection), m_statement(&statement) {}
+    Rows(Rows&& other) noexcept : m_connection(other.m_connection), m_statement(std::exchange(other.m_statement, nullptr)) {}
+    Rows& operator=(Rows&&) = delete;
+    ~Rows();
+
+    bool next();
+    std::int64_t integer(std::size_t column) const { return m_statement->integer(column); }
+    std::string& text(std::size_t column) { return m_statement->text(column); }
+
+private:
+    Connection& m_connection;
+    Statement* m_statement;
+};
+
+/// One connection with its prepared statements. One thread at a time. Once something has failed it is good for nothing more,
+/// since the database may have undone the transaction already: whatever is asked of it raises the same failure, and what is open
+/// on it is undone at its end.
 class Connection {
 public:
     explicit Connection(std::unique_ptr<soci::session> session);
@@ -58,22 +81,26 @@ public:
         return noted([&] {
             auto& prepared = statement(sql);
             prepared.start(arguments...);
-            return Rows(prepared);
+            return Rows(*this, prepared);
         });
     }
     /// A text that is run once, such as one of the schema.
     void runOnce(const std::string& text);
 
-    /// Whether something has failed. Then the connection is good for nothing more: what is open on it is undone at its end.
-    bool hasFailed() const { return m_failed; }
+    bool hasFailed() const { return m_failure.has_value(); }
 
 private:
+    friend class Rows;
     template <class F>
     auto noted(F&& function) {
+        if (m_failure) throw *m_failure;
         try {
             return function();
+        } catch (const DatabaseFailure& failure) {
+            m_failure = failure;
+            throw;
         } catch (...) {
-            m_failed = true;
+            m_failure.emplace("a statement was broken off");
             throw;
         }
     }
@@ -82,7 +109,7 @@ private:
 
     std::unique_ptr<soci::session> m_session;
     std::unordered_map<const Sql*, std::unique_ptr<Statement>> m_statements;
-    bool m_failed = false;
+    std::optional<DatabaseFailure> m_failure;
 };
 
 class DatabaseProduct;
@@ -93,6 +120,8 @@ class Database {
 public:
     /// Opens the embedded database of the directory, which is made when missing, and brings its tables up to date.
     static NS::Result<std::unique_ptr<Database>> open(const std::string& directory);
+    /// Whether the directory has an embedded database.
+    static bool isIn(const std::string& directory);
     /// Opens the PostgreSQL database that the URL names, which other processes may use at the same time, and brings its tables up
     /// to date. The error says nothing of passwords.
     static NS::Result<std::unique_ptr<Database>> openServer(const std::string& url);

@@ -18,11 +18,6 @@ constexpr Sql storeExpiry{
     "UPDATE objects SET number = :number, touched = :number, instance = 0, state = 4, body = :body WHERE id = "
     ":id",
     "iti:"};
-// What a rollback restores has expired as well.
-constexpr Sql storeExpiryForUndo{
-    "UPDATE undo SET number = :number, touched = :number, instance = 0, state = 4, body = :body WHERE id "
-    "= :id",
-    "iti:"};
 static_assert(static_cast<int>(ObjectKind::expired) == 4);
 
 NS::Error failure(std::string_view text) { return NS::Error::withDescription(NS::PlatformErrorDomain, 1, text); }
@@ -41,6 +36,8 @@ std::string expiryOf(std::string_view className, std::string_view guid) {
 }
 
 NS::Result<void> expireObject(Connection& connection, Partition& partition, std::string_view guid) {
+    // A rollback would take the expiry back with what it expired.
+    partition.settle(connection);
     std::int64_t id = 0, writer = 0;
     std::string className, body;
     {
@@ -56,7 +53,6 @@ NS::Result<void> expireObject(Connection& connection, Partition& partition, std:
     if (writer != 0) keepFingerprint(connection, id, writer, body);
     const auto expiry = expiryOf(className, guid);
     connection.run(storeExpiry, ++partition.highest, expiry, id);
-    connection.run(storeExpiryForUndo, partition.highest, expiry, id);
     liftWithheld(connection, partition.id, partition.highest - 1);
     partition.hash.clear();
     partition.store(connection);

@@ -9,26 +9,9 @@
 #include <string_view>
 
 #include "platform/persistence/FileDescriptor.h"
+#include "service/Body.h"
 
 namespace velkor::service {
-
-/// The bytes of a request's body: one buffer, filled once, never copied.
-class Body {
-public:
-    Body() = default;
-    explicit Body(std::string_view bytes) : Body(bytes.size()) { bytes.copy(data(), bytes.size()); }
-    /// Room for `size` bytes, not initialised.
-    explicit Body(std::size_t size) : m_bytes(std::make_unique_for_overwrite<char[]>(size)), m_size(size) {}
-
-    char* data() noexcept { return m_bytes.get(); }
-    std::size_t size() const noexcept { return m_size; }
-    std::string_view view() const noexcept { return {m_bytes.get(), m_size}; }
-    void clear() noexcept { *this = Body(); }
-
-private:
-    std::unique_ptr<char[]> m_bytes;
-    std::size_t m_size = 0;
-};
 
 class BodyReceiver;
 
@@ -83,7 +66,7 @@ public:
     virtual std::optional<Response> take(std::string_view bytes) = 0;
 };
 
-/// Answers requests. Any thread, several at a time.
+/// Answers requests, raising nothing but `receiver`, which may be out of memory. Any thread, several at a time.
 class HttpHandler {
 public:
     virtual ~HttpHandler() = default;

@@ -18,10 +18,11 @@ public:
         std::string host = "127.0.0.1";
         std::uint16_t port = 0;  // 0 takes a free one
         std::size_t workers = 8;
-        std::size_t connections = 2048;     // at most at one time
-        std::chrono::seconds idle{75};      // between two requests of a connection
-        std::chrono::seconds patience{60};  // within a request, without a byte
-        std::chrono::seconds stopping{30};  // for the requests in hand when stopped
+        std::size_t connections = 2048;                 // at most at one time
+        std::uint64_t bodies = std::uint64_t(4) << 30;  // bytes of large bodies in memory, of all connections together
+        std::chrono::seconds idle{75};                  // between two requests of a connection
+        std::chrono::seconds patience{60};              // within a request, without a byte
+        std::chrono::seconds stopping{30};              // for the requests in hand when stopped
     };
 
     /// The handler lives longer.

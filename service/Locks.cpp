@@ -130,8 +130,8 @@ void Locks::keepAlive(std::int64_t user) {
         const auto lock = m_database.read([&](Connection& connection) { return find(connection, user); });
         if (!lock || !lock->held || !isTouchDue(*lock)) return;
         m_database.write(user, [&](Connection& connection) { return connection.run(touchLock, m_now(), 0, user, lock->serial); });
-    } catch (const DatabaseFailure& failure) {
-        VLKLog::sharedInstance().logMessageAtLevel(100, "The database failed: %@", failure.what());
+    } catch (const std::exception& failure) {
+        VLKLog::sharedInstance().logMessageAtLevel(100, "A lock's holder could not be counted as active: %@", failure.what());
     }
 }
 

@@ -47,6 +47,27 @@ bool fits(const std::vector<std::string>& path, const std::vector<std::string_vi
     return true;
 }
 
+/// Calls the function; what it raises becomes the answer to the request.
+template <class F>
+auto guarded(F&& function) -> decltype(function()) {
+    auto& log = VLKLog::sharedInstance();
+    try {
+        return function();
+    } catch (const DatabaseFailure& failure) {
+        log.logMessageAtLevel(100, "The database failed: %@", failure.what());
+        return Response::error(503, "The service cannot reach its data.");
+    } catch (const BlobStoreFailure& failure) {
+        log.logMessageAtLevel(100, "The blob store failed: %@", failure.what());
+        return Response::error(503, "The service cannot reach its blobs.");
+    } catch (const std::bad_alloc&) {
+        log.logMessageAtLevel(100, "Out of memory.");
+        return Response::error(503, "The service is out of memory.");
+    } catch (const std::exception&) {
+        log.logMessageAtLevel(100, "A request failed for an unknown reason.");
+        return Response::error(500, "The service failed.");
+    }
+}
+
 }  // namespace
 
 struct Router::Route {
@@ -111,6 +132,10 @@ std::variant<const Router::Route*, Response> Router::find(const Request& request
 }
 
 std::optional<Response> Router::admit(Request& head, std::size_t bodySize) {
+    return guarded([&] { return refusalOf(head, bodySize); });
+}
+
+std::optional<Response> Router::refusalOf(Request& head, std::size_t bodySize) {
     if (BlobEndpoints::isStoreTarget(head.target)) return Response::error(411, "An upload says how long it is.");
     Match match;
     auto found = find(head, match);
@@ -129,22 +154,7 @@ std::optional<Response> Router::admit(Request& head, std::size_t bodySize) {
 std::shared_ptr<BodyReceiver> Router::receiver(const Request& head) { return m_blobs.receiver(head); }
 
 Response Router::handle(Request& request) {
-    auto& log = VLKLog::sharedInstance();
-    try {
-        return answer(request);
-    } catch (const DatabaseFailure& failure) {
-        log.logMessageAtLevel(100, "The database failed: %@", failure.what());
-        return Response::error(503, "The service cannot reach its data.");
-    } catch (const BlobStoreFailure& failure) {
-        log.logMessageAtLevel(100, "The blob store failed: %@", failure.what());
-        return Response::error(503, "The service cannot reach its blobs.");
-    } catch (const std::bad_alloc&) {
-        log.logMessageAtLevel(100, "Out of memory.");
-        return Response::error(503, "The service is out of memory.");
-    } catch (const std::exception&) {
-        log.logMessageAtLevel(100, "A request failed for an unknown reason.");
-        return Response::error(500, "The service failed.");
-    }
+    return guarded([&] { return answer(request); });
 }
 
 Response Router::answer(Request& request) {

@@ -44,6 +44,7 @@ private:
     /// The route of the request, or the answer that refuses it.
     static std::variant<const Route*, Response> find(const Request& request, Match& match);
 
+    std::optional<Response> refusalOf(Request& head, std::size_t bodySize);
     Response answer(Request& request);
 
     Response lock(const User& user, const Match& match, Request& request);

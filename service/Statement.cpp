@@ -97,11 +97,7 @@ bool Statement::next() {
 
 void Statement::finish() {
     // Fetching to the end is what every database understands; callers ask for no more rows than they read.
-    try {
-        while (next()) {
-        }
-    } catch (const DatabaseFailure&) {
-        m_state->running = false;
+    while (next()) {
     }
 }
 

@@ -73,22 +73,4 @@ private:
     std::unique_ptr<State> m_state;
 };
 
-/// The rows of one execution; gives them up at the end of its life.
-class Rows {
-public:
-    explicit Rows(Statement& statement) : m_statement(&statement) {}
-    Rows(Rows&& other) noexcept : m_statement(std::exchange(other.m_statement, nullptr)) {}
-    Rows& operator=(Rows&&) = delete;
-    ~Rows() {
-        if (m_statement) m_statement->finish();
-    }
-
-    bool next() { return m_statement->next(); }
-    std::int64_t integer(std::size_t column) const { return m_statement->integer(column); }
-    std::string& text(std::size_t column) { return m_statement->text(column); }
-
-private:
-    Statement* m_statement;
-};
-
 }  // namespace velkor::service

@@ -20,6 +20,8 @@ namespace {
 using namespace velkor;
 using namespace velkor::service;
 
+constexpr std::uint64_t mostBodies = 4;  // of the largest size, in memory at one time
+
 int fail(const std::string& text) {
     std::fprintf(stderr, "velkord: %s\n", text.c_str());
     return 1;
@@ -59,6 +61,7 @@ int serve(Database& database, const Options& options) {
     HttpServer::Settings address;
     address.host = options.host;
     address.port = options.port;
+    address.bodies = mostBodies * static_cast<std::uint64_t>(options.maximumBody);
     HttpServer server(router, address);
     const auto port = server.listen();
     if (!port) return fail(port.error().localizedDescription());
@@ -81,6 +84,10 @@ int main(int count, char** arguments) {
     if (options.value().help) return std::fputs(Options::helpText().c_str(), stdout) < 0;
     VLKLog::sharedInstance().setLogLevel(options.value().logLevel);
     const std::string& url = options.value().databaseUrl;
+    const bool serves = !options.value().expire && !options.value().resetUser;
+    if (!serves && url.empty() && !Database::isIn(options.value().dataDirectory)) {
+        return fail("there is no database in " + options.value().dataDirectory);
+    }
     auto database = url.empty() ? Database::open(options.value().dataDirectory) : Database::openServer(url);
     if (!database) return fail(database.error().localizedDescription());
     try {

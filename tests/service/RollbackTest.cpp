@@ -126,11 +126,15 @@ TEST_F(RollbackTest, anExpiryOutlivesTheRollback) {
     TestClient a = client("A"), b = client("B");
     a.cycle({insertOf("n1", "one")});
     a.lock();
-    a.changes({update("n1", "uno")});
-    ASSERT_TRUE(expire(*m_database, "u@example.org", "app", "n1"));
+    const std::vector<NS::Dictionary> edits{update("n1", "uno"), insertOf("n2", "two")};
+    a.changes(edits);
+    for (const char* guid : {"n1", "n2"}) ASSERT_TRUE(expire(*m_database, "u@example.org", "app", guid));
     a.rollback();
     a.unlock();
-    EXPECT_EQ(summary(b.cycle()), Lines{"n1:expired"});
+    EXPECT_EQ(summary(b.cycle()), (Lines{"n1:expired", "n2:expired"}));
+    // The client, whose request failed, sends the same again.
+    EXPECT_EQ(summary(a.cycle(edits)), (Lines{"n1:expired", "n2:expired"}));
+    EXPECT_EQ(a.hash, b.hash);
 }
 
 TEST_F(RollbackTest, withoutInstanceItIsRefused) {

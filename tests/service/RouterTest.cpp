@@ -86,6 +86,11 @@ TEST_F(RouterTest, largeBodiesAreAskedForFirst) {
     EXPECT_EQ(admitted("/users.json", "", 500'000), 413);
     EXPECT_EQ(admitted("/transactions/rollback.json", user, 500'000), 413);
     EXPECT_EQ(admitted("/nowhere", user, 500'000), 404);
+    m_database->write(Database::nobody, [](Connection& connection) {
+        connection.runOnce("DROP TABLE users");
+        return 0;
+    });
+    EXPECT_EQ(admitted("/users/1/transactions.json", user, 500'000), 503);
 }
 
 TEST_F(RouterTest, schemasAreKeptAsSent) {

@@ -147,7 +147,23 @@ TEST_F(ServerTest, speaksHttpAsClientsDo) {
     chunked.send("0\r\n\r\n");
     EXPECT_NE(chunked.readUntil("}").find("\"HIGHEST_XACTION\":1"), std::string::npos);
 
+    // The same for a call whose body is always small.
+    RawConnection signingUp(program.port());
+    signingUp.send("POST /users.json HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\n\r\n");
+    EXPECT_TRUE(signingUp.readUntil("}").starts_with("HTTP/1.1 400"));
+
+    // The answer to HEAD has no body: the next one begins right behind it.
+    RawConnection heads(program.port());
+    heads.send("HEAD /nowhere" + head + "\r\nGET /nowhere" + head + "\r\n");
+    const std::string answers = heads.readUntil("}");
+    EXPECT_EQ(answers.find("\r\n\r\nHTTP/1.1 404"), answers.rfind("HTTP/1.1 404") - 4) << answers;
+
     // Whoever waits for leave to send gets it, or the refusal.
+    RawConnection waitingForLittle(program.port());
+    waitingForLittle.send("POST /users.json HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\nContent-Length: 2\r\n\r\n");
+    EXPECT_TRUE(waitingForLittle.readUntil("\r\n\r\n").starts_with("HTTP/1.1 100 Continue"));
+    waitingForLittle.send("{}");
+    EXPECT_TRUE(waitingForLittle.readUntil("}").starts_with("HTTP/1.1 400"));
     RawConnection waiting(program.port());
     waiting.send("POST /users/1/transactions.json" + head + "Expect: 100-continue\r\nContent-Length: 100000\r\n\r\n");
     EXPECT_TRUE(waiting.readUntil("\r\n\r\n").starts_with("HTTP/1.1 100 Continue"));
@@ -187,6 +203,9 @@ TEST_F(ServerTest, expiresWhileItRuns) {
     EXPECT_EQ(expire("n1"), 1);
     EXPECT_EQ(expire("nothing"), 1);
     EXPECT_EQ(Program::run({velkord(), "--nonsense"}), 2);
+    const std::string mistyped = m_directory / "mistyped";
+    EXPECT_EQ(Program::run({velkord(), "reset-password", "--user", "u@example.org", "--data", mistyped}), 1);
+    EXPECT_FALSE(std::filesystem::exists(mistyped));
     EXPECT_EQ(summary(a.cycle()), std::vector<std::string>{"n1:expired"});
     EXPECT_NE(a.hash, before);
     a.cycle({transaction("UPDATE_XACTION", "Note", "n1", "back")});
