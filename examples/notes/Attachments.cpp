@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "examples/notes/Options.h"
@@ -51,6 +52,9 @@ void attachFile(NS::ManagedObjectContext& context, const ObjectPtr& note, const 
     std::string name = file.filename().string();
     if (name.empty()) throw CommandError(file.string() + " is not a file");
     if (!NS::isValidUTF8(name)) throw CommandError("the name of " + file.string() + " is not UTF-8");
+    std::error_code ignored;
+    const auto status = std::filesystem::status(file, ignored);  // what blocks or never ends is nobody's attachment
+    if (exists(status) && !is_regular_file(status)) throw CommandError(file.string() + " is not a regular file");
     auto content = NS::readFile(file, largestAttachment);
     if (!content.ok()) throw CommandError(content.error().localizedDescription());
     attach(context, note, name, std::move(content).value());

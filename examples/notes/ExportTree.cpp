@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "examples/notes/Options.h"
+#include "examples/notes/Text.h"
 
 namespace notes {
 
@@ -15,14 +16,6 @@ namespace {
 
 /// Longest name of a file that every usual file system takes, in bytes.
 constexpr std::size_t longestName = 255;
-
-/// The name cut at `limit` bytes, between characters.
-std::string shortened(std::string name, std::size_t limit) {
-    if (name.size() <= limit) return name;
-    while (limit > 0 && (static_cast<unsigned char>(name[limit]) & 0xC0) == 0x80) --limit;
-    name.resize(limit);
-    return name;
-}
 
 /// A name that stays inside its directory.
 std::string safeName(std::string name) {
@@ -104,7 +97,7 @@ void ExportTree::writeNote(const NS::ManagedObject& note, const fs::path& direct
 void ExportTree::writeFile(const fs::path& directory, const std::string& name, const std::string& guid, std::string_view bytes) {
     fs::path path = directory / safeName(name);
     if (!m_taken.insert(path).second) {
-        std::string suffix = " (" + guid.substr(0, 8) + ")";
+        std::string suffix = " (" + firstCharacters(guid, 8) + ")";
         std::string base = shortened(safeName(name), longestName - suffix.size() - 4);
         path = directory / safeName(base + suffix);
         for (int number = 2; !m_taken.insert(path).second; ++number)

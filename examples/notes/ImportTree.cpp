@@ -10,6 +10,7 @@
 
 #include "examples/notes/Attachments.h"
 #include "examples/notes/Options.h"
+#include "examples/notes/Text.h"
 
 namespace notes {
 
@@ -23,13 +24,7 @@ namespace {
 constexpr std::uint64_t largestText = 32u << 20;
 
 void warn(const fs::path& path, std::string_view why) {
-    std::string shown = path.string();
-    if (!NS::isValidUTF8(shown)) {
-        for (char& byte : shown) {
-            if (static_cast<unsigned char>(byte) >= 0x80) byte = '?';
-        }
-    }
-    std::cerr << "velkor-notes: skipping " << shown << ": " << why << '\n';
+    std::cerr << "velkor-notes: skipping " << printable(path.string()) << ": " << why << '\n';
 }
 
 bool isText(std::string_view bytes) { return bytes.find('\0') == bytes.npos && NS::isValidUTF8(bytes); }

@@ -1,5 +1,6 @@
 #include "examples/notes/Installation.h"
 
+#include <VelkorSync/AtomicFile.h>
 #include <VelkorSync/OperationQueue.h>
 #include <VelkorSync/PropertyList.h>
 #include <VelkorSync/RunLoop.h>
@@ -11,8 +12,10 @@
 #include <cstring>
 #include <iostream>
 #include <system_error>
+#include <utility>
 
 #include "examples/notes/Model.h"
+#include "examples/notes/Text.h"
 
 namespace notes {
 
@@ -27,8 +30,10 @@ constexpr double lockSeconds = 5;
 const fs::path& madeDirectory(const fs::path& directory) {
     std::error_code error;
     if (!fs::is_directory(directory, error)) {
-        fs::create_directories(directory.parent_path(), error);
-        if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
+        fs::path name = directory.lexically_normal();
+        if (!name.has_filename()) name = name.parent_path();  // "x/" is x, no directory without a name in x
+        fs::create_directories(name.parent_path(), error);
+        if (::mkdir(name.c_str(), 0700) != 0 && errno != EEXIST) {
             throw CommandError("cannot make " + directory.string() + ": " + std::strerror(errno));
         }
     }
@@ -41,7 +46,16 @@ void setAside(const fs::path& file) {
     std::error_code error;
     fs::rename(file, damaged, error);
     if (error) throw CommandError(file.string() + " is damaged and cannot be set aside: " + error.message());
-    std::cerr << "velkor-notes: " << file.string() << " is damaged; it was set aside as " << damaged.filename().string() << '\n';
+    std::cerr << "velkor-notes: " << printable(file.string()) << " is damaged; it was set aside as "
+              << damaged.filename().string() << '\n';
+}
+
+/// Whether the file holds a property list that is a dictionary. Raises CommandError when it cannot be read, which tells nothing.
+bool holdsDictionary(const fs::path& file) {
+    auto bytes = NS::readFile(file);
+    if (!bytes.ok()) throw CommandError(bytes.error().localizedDescription());
+    auto value = NS::propertyListFromBytes(bytes.value().view());
+    return value.ok() && value.value().asDictionary();
 }
 
 }  // namespace
@@ -59,6 +73,11 @@ std::string Installation::serverURL() const {
     std::string url = m_options.server ? *m_options.server : m_account ? m_account->server : defaultServer;
     while (url.ends_with('/')) url.pop_back();
     return url;
+}
+
+std::optional<std::string> Installation::apiKey() const {
+    if (m_options.apiKey) return m_options.apiKey;
+    return m_account ? m_account->apiKey : std::nullopt;
 }
 
 void Installation::openStore() {
@@ -79,11 +98,7 @@ void Installation::makeController() {
         return NS::ManagedObjectContext::create(coordinator, NS::ConcurrencyType::privateQueue);
     });
     m_controller->setAppId(appId);
-    if (m_options.apiKey) {
-        m_controller->setApiKey(*m_options.apiKey);
-    } else if (m_account) {
-        m_controller->setApiKey(m_account->apiKey);
-    }
+    m_controller->setApiKey(apiKey());
     m_controller->setEnableChunking(m_options.chunking);
     m_controller->setRequestTimeout(m_options.timeout);
     m_controller->setLatestModelVersion(m_options.modelVersion);
@@ -99,10 +114,27 @@ void Installation::makeController() {
 void Installation::loadState() {
     fs::path file = path("SyncState.plist");
     std::error_code error;
-    if (fs::exists(file, error) && !NS::dictionaryWithContentsOfFile(file).ok()) setAside(file);
+    if (fs::exists(file, error) && !holdsDictionary(file)) setAside(file);
     m_controller->load();
     if (!fs::exists(file, error)) m_controller->save();  // the service knows this installation by the identifier in it
-    if (!m_preferences->load()) setAside(path("preferences.json"));
+    if (m_preferences->load()) return;
+    setAside(path("preferences.json"));
+    m_preferences->write();
+}
+
+void Installation::reload() {
+    const std::optional<Account> former = std::exchange(m_account, readAccount(path("account.json")));
+    const Account& account = requireAccount();
+    if (former && (former->email != account.email || former->server != account.server)) {
+        // They were given for the other account, and its service shall not learn this one's password.
+        m_options.server.reset();
+        m_options.apiKey.reset();
+    }
+    m_preferences->disregard();  // known under the former user's name
+    m_controller->setServerUrl(serverURL());
+    m_controller->setApiKey(apiKey());
+    loadState();
+    useAccount();
 }
 
 const Account& Installation::requireAccount() const {

@@ -48,11 +48,15 @@ public:
     void saveStore();
     /// Reads the sync state and the preferences; damaged files are set aside.
     void loadState();
+    /// Takes in what other runs of the program changed: account, sync state and preferences. The controller holds no pending
+    /// changes. Raises CommandError when no account is kept any more.
+    void reload();
 
 private:
     void openStore();
     void makeController();
     std::string serverURL() const;
+    std::optional<std::string> apiKey() const;
 
     Options m_options;
     DirectoryLock m_lock;

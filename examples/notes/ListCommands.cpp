@@ -10,6 +10,7 @@
 #include "examples/notes/Command.h"
 #include "examples/notes/Dump.h"
 #include "examples/notes/Store.h"
+#include "examples/notes/Text.h"
 
 namespace notes {
 
@@ -23,23 +24,12 @@ std::string notebookTitle(const NS::ManagedObject& note) {
 }
 
 void printTable(const std::vector<ObjectPtr>& notes) {
-    auto width = [](std::string text, std::size_t columns) {
-        // Cut between characters, not inside one.
-        if (text.size() > columns) {
-            text.resize(columns);
-            while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xC0) == 0x80) text.pop_back();
-            if (!text.empty() && static_cast<unsigned char>(text.back()) >= 0xC0) text.pop_back();
-        }
-        for (char& character : text) {
-            if (static_cast<unsigned char>(character) < 0x20) character = ' ';
-        }
-        return text;
-    };
+    constexpr std::size_t titleWidth = 40;
     for (const auto& note : notes) {
         auto created = note->valueForKey("createdAt").asDate();
-        std::cout << std::left << std::setw(36) << textOf(*note, "guid") << "  " << std::setw(24)
-                  << (created ? toISO8601(*created) : "") << "  " << std::setw(40) << width(textOf(*note, "title"), 40) << "  "
-                  << notebookTitle(*note) << '\n';
+        std::cout << std::left << std::setw(36) << printable(textOf(*note, "guid")) << "  " << std::setw(24)
+                  << (created ? toISO8601(*created) : "") << "  " << std::setw(titleWidth)
+                  << shortened(printable(textOf(*note, "title")), titleWidth) << "  " << printable(notebookTitle(*note)) << '\n';
     }
 }
 

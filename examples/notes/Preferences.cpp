@@ -71,25 +71,21 @@ void Preferences::requireKeyPath(std::string_view keyPath) {
 
 bool Preferences::load() {
     auto members = readPreferences(m_file);
-    replaceValues(members.value_or(NS::Dictionary()));
+    m_members = members.value_or(NS::Dictionary());
+    m_values = observableValues(m_members);
     return members.has_value();
-}
-
-void Preferences::replaceValues(NS::Dictionary members) {
-    bool observed = m_observed;
-    if (observed) {
-        for (auto keyPath : preferenceKeyPaths) m_controller.unregisterObservationOfKeyPath(keyPath, preferencesObjectId);
-        m_observed = false;
-    }
-    m_values = observableValues(members);
-    m_members = std::move(members);
-    if (observed) observe();
 }
 
 void Preferences::observe() {
     if (m_observed) return;
     for (auto keyPath : preferenceKeyPaths) m_controller.registerObservationOfKeyPath(keyPath, m_values, preferencesObjectId);
     m_observed = true;
+}
+
+void Preferences::disregard() {
+    if (!m_observed) return;
+    for (auto keyPath : preferenceKeyPaths) m_controller.unregisterObservationOfKeyPath(keyPath, preferencesObjectId);
+    m_observed = false;
 }
 
 std::optional<std::string> Preferences::value(std::string_view keyPath) const {
@@ -107,6 +103,11 @@ void Preferences::change(std::string_view keyPath, const std::optional<std::stri
     auto written = NS::writeFileAtomically(m_changedFile, jsonText(members) + "\n");
     if (!written.ok()) throw CommandError(written.error().localizedDescription());
     finishChange();
+}
+
+void Preferences::write() const {
+    auto written = NS::writeFileAtomically(m_file, jsonText(m_members) + "\n");
+    if (!written.ok()) throw CommandError(written.error().localizedDescription());
 }
 
 bool Preferences::changeWaits() const {

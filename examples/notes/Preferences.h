@@ -20,11 +20,15 @@ public:
     /// Raises UsageError for a key path that no preference has.
     static void requireKeyPath(std::string_view keyPath);
 
-    /// Reads the file, which may be missing, without telling observers. False when it is damaged: then no preference is set.
-    /// Raises CommandError when it cannot be read.
+    /// Reads the file, which may be missing, while nobody observes. False when it is damaged: then no preference is set. Raises
+    /// CommandError when it cannot be read.
     bool load();
+    /// Writes the file. Raises CommandError.
+    void write() const;
     /// Lets the controller observe the values from now on. Its user is known already: the identity of a value names the user.
     void observe();
+    /// Ends that, before the user changes.
+    void disregard();
 
     /// None when it is not set.
     std::optional<std::string> value(std::string_view keyPath) const;
@@ -36,8 +40,6 @@ public:
     void finishChange();
 
 private:
-    void replaceValues(velkor::NS::Dictionary members);
-
     std::filesystem::path m_file;
     std::filesystem::path m_changedFile;
     velkor::VLKSyncController& m_controller;

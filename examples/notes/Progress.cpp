@@ -4,6 +4,8 @@
 
 #include <iostream>
 
+#include "examples/notes/Text.h"
+
 namespace notes {
 
 Progress::Progress(bool quiet) : m_enabled(!quiet && ::isatty(STDERR_FILENO) == 1) {}
@@ -17,7 +19,7 @@ void Progress::show(std::string_view text) {
     m_time = now;
     m_last = text;
     m_drawn = true;
-    std::cerr << '\r' << text << "\x1b[K" << std::flush;
+    std::cerr << '\r' << printable(text) << "\x1b[K" << std::flush;
 }
 
 void Progress::clear() {

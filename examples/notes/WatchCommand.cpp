@@ -69,7 +69,7 @@ private:
         if (m_running || !m_installation.lock().tryAcquire()) return false;
         m_controller.setLastError(std::nullopt);
         m_controller.dropPendingTransactions();  // they are in the state file
-        m_installation.loadState();
+        m_installation.reload();
         m_running = true;
         return true;
     }

@@ -8,6 +8,7 @@
 
 #include "examples/notes/Command.h"
 #include "examples/notes/Model.h"
+#include "examples/notes/Text.h"
 
 namespace notes {
 
@@ -89,22 +90,27 @@ const std::vector<Command>& allCommands() {
 
 }  // namespace notes
 
+namespace {
+
+int report(int status, std::string_view why) {
+    std::cout.flush();
+    std::cerr << "velkor-notes: " << notes::printable(why) << '\n';
+    return status;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
     try {
         return notes::runProgram(argc, argv);
     } catch (const notes::UsageError& error) {
-        std::cerr << "velkor-notes: " << error.what() << '\n' << notes::usageLine << '\n';
+        report(2, error.what());
+        std::cerr << notes::usageLine << '\n';
         return 2;
-    } catch (const notes::CommandError& error) {
-        std::cout.flush();
-        std::cerr << "velkor-notes: " << error.what() << '\n';
-        return 1;
     } catch (const velkor::NS::Exception& exception) {
-        std::cerr << "velkor-notes: " << exception.reason() << '\n';
-        return 1;
+        return report(1, exception.reason());
     } catch (const std::exception& error) {
-        std::cerr << "velkor-notes: " << error.what() << '\n';
-        return 1;
+        return report(1, error.what());
     }
 }

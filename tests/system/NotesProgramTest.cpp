@@ -85,12 +85,16 @@ TEST_F(NotesProgramTest, FailuresAreStatus1AndOneLine) {
         {"clients"},
         {"reset-password", "u@example.org"},
         {"get", "theme"},
+        {"show", "two\nlines\rand \x1B[31m \xC2\x9B red"},
+        {"add", "x", "--attach", directory / "pipe"},
     };
+    ASSERT_EQ(::mkfifo((directory / "pipe").c_str(), 0600), 0);
     for (const auto& arguments : failing) {
         Outcome outcome = host.run(arguments);
         EXPECT_EQ(outcome.status, 1) << testing::PrintToString(arguments);
         EXPECT_TRUE(outcome.err.starts_with("velkor-notes: ")) << outcome.err;
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_EQ(outcome.err.find_first_of("\r\x1B\x9B"), std::string::npos) << outcome.err;
     }
     host.must({"add", "x", "--guid", "G"});
     EXPECT_EQ(host.run({"add", "y", "--guid", "G"}).status, 1);
@@ -133,6 +137,23 @@ TEST_F(NotesProgramTest, DumpStatesEveryObjectToTheLetter) {
         "\n");
     EXPECT_EQ(host.must({"show", "N1"}), "a \"b\"");
     EXPECT_EQ(host.run({"--json", "show", "N1"}, utc).out.substr(0, 29), R"({"entity":"Note","guid":"N1",)");
+}
+
+TEST_F(NotesProgramTest, LsPrintsALineANoteWhateverIsInIt) {
+    const std::string cut = std::string(38, 'x') + "\xC3\xBC";
+    host.must({"notebook", "a\x1B[31m\nb", "--guid", "NB"});
+    host.must({"add", cut + "yyy", "--guid", "N1", "--notebook", "NB"});
+    const std::string table = host.must({"ls"});
+    EXPECT_TRUE(table.ends_with("  " + cut + "  a [31m b")) << table;
+}
+
+TEST_F(NotesProgramTest, ItsDirectoryIsItsUsersAlone) {
+    for (const char* name : {"one", "two/", "three/."}) {
+        Host(directory / name, "http://127.0.0.1:9").must({"ls"});
+        struct stat info {};
+        ASSERT_EQ(::stat((directory / name).c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, 0700u) << name;
+    }
 }
 
 TEST_F(NotesProgramTest, PendingAndStateTellWhatWaits) {
@@ -231,6 +252,7 @@ TEST_F(NotesProgramTest, PreferencesAreKeptAndPending) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.err.find("preferences.json.damaged"), std::string::npos) << outcome.err;
     EXPECT_EQ(contentOf(host.directory() / "preferences.json.damaged"), "[\"no preferences\"]");
+    EXPECT_EQ(contentOf(host.directory() / "preferences.json"), "{}\n");
     host.must({"set", "theme", "fresh"});
     EXPECT_EQ(host.must({"get", "theme"}), "fresh");
 }
@@ -240,11 +262,13 @@ TEST_F(NotesProgramTest, ExportNeverLeavesItsDirectory) {
     host.must({"add", "../escape", "--notebook", "NB", "--guid", "11111111-1", "--body", "1"});
     host.must({"add", ".._escape", "--notebook", "NB", "--guid", "22222222-2", "--body", "2"});
     host.must({"add", "", "--guid", "33333333-3", "--body", "3"});
+    host.must({"add", ".._escape", "--notebook", "NB", "--guid", "ääääääääää", "--body", "4"});
     host.must({"export", directory / "out"});
     fs::path base = directory.path() / "out";
     EXPECT_EQ(contentOf(base / "_/_/up/_/x/.._escape"), "1");
     EXPECT_EQ(contentOf(base / "_/_/up/_/x/.._escape (22222222)"), "2");
     EXPECT_EQ(contentOf(base / "_ (33333333)"), "3");
+    EXPECT_EQ(contentOf(base / "_/_/up/_/x/.._escape (ääääääää)"), "4");
 }
 
 TEST_F(NotesProgramTest, DamagedAndForeignFilesAreToldAndKept) {
@@ -256,6 +280,11 @@ TEST_F(NotesProgramTest, DamagedAndForeignFilesAreToldAndKept) {
     EXPECT_EQ(contentOf(host.directory() / "SyncState.plist.damaged"), "garbage");
     EXPECT_EQ(outcome.out, "[{\"guid\":\"K\",\"type\":\"INSERT_XACTION\",\"object_type\":\"Note\"}]\n")
         << "the store's history brings it back";
+    // What cannot be read is not damaged.
+    fs::remove(host.directory() / "SyncState.plist");
+    fs::create_directory(host.directory() / "SyncState.plist");
+    EXPECT_EQ(host.run({"pending"}).status, 1);
+    EXPECT_TRUE(fs::is_directory(host.directory() / "SyncState.plist"));
 
     Host other(directory / "other", "http://127.0.0.1:9");
     const std::string foreign = "This is no database, but somebody wants to keep it. " + std::string(5000, '.');
@@ -277,13 +306,9 @@ TEST_F(NotesProgramTest, ASecondProcessWaitsForTheFirst) {
     // A service that never answers keeps the first process in its cycle.
     service.program().signal(SIGSTOP);
     auto syncing = real.start({"sync"});
-    while (::access((real.directory() / ".lock").c_str(), F_OK) != 0 && syncing->isRunning()) {
-    }
     Outcome second;
-    for (int i = 0; i < 20; ++i) {
-        second = real.run({"ls"});
-        if (second.status != 0) break;  // until the first one holds the directory
-    }
+    do second = real.run({"ls"});
+    while (second.status == 0 && syncing->isRunning());  // until the first one holds the directory
     EXPECT_EQ(second.status, 1);
     EXPECT_NE(second.err.find("in use by another process"), std::string::npos) << second.err;
     service.program().signal(SIGCONT);

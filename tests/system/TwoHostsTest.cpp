@@ -3,7 +3,6 @@
 #include <signal.h>
 
 #include <algorithm>
-#include <fstream>
 
 #include "tests/system/Hosts.h"
 
@@ -115,19 +114,37 @@ TEST_F(TwoHostsTest, WatchPicksUpWhatOtherRunsSavedAndStopsOnASignal) {
     EXPECT_EQ(a.must({"pending"}), "[]");
 }
 
-TEST_F(TwoHostsTest, ChunksAndPagesCarryEverything) {
-    for (int i = 0; i < 4; ++i) {
-        for (int k = 0; k < 60; ++k)
-            std::ofstream(directory.path() / ("f" + std::to_string(i) + "-" + std::to_string(k))) << i << k;
-    }
-    std::vector<std::string> import{"import"};
-    for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
-        if (entry.is_regular_file()) import.push_back(entry.path().string());
-    }
-    a.must(import);
-    EXPECT_EQ(a.must({"--chunking", "sync"}), "synced: 240 sent, 0 received");
-    EXPECT_EQ(b.must({"sync"}), "synced: 0 sent, 240 received");
-    expectEqual(a, b);
+TEST_F(TwoHostsTest, WatchGoesOnWithTheAccountThatOtherRunsKept) {
+    auto watching = a.start({"watch", "--interval", "1"});
+    const auto lineThatMoves = [&watching] {
+        std::string line;
+        do line = watching->waitForLine("");
+        while (line == "synced: 0 sent, 0 received");
+        return line;
+    };
+    watching->waitForLine("synced: ");
+    a.must({"passwd", "p&ss=wörd", "another"});
+    a.must({"add", "One", "--guid", "N1"});
+    EXPECT_EQ(lineThatMoves(), "synced: 1 sent, 0 received");
+
+    a.must({"logout"});
+    Outcome outcome = watching->wait();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "velkor-notes: no account: use signup or login first\n");
+}
+
+TEST_F(TwoHostsTest, WatchServesTheUserWhoIsLoggedInNow) {
+    b.must({"logout"});
+    b.must({"signup", "other@example.org", "pw"});
+    auto watching = a.start({"watch", "--interval", "1"});
+    watching->waitForLine("synced: ");
+    a.must({"login", "other@example.org", "pw"});
+    a.must({"add", "For the other", "--guid", "N1"});
+    while (a.must({"pending"}) != "[]" && !HasFailure()) EXPECT_TRUE(watching->waitForLine("").starts_with("synced: "));
+    watching->signal(SIGTERM);
+    EXPECT_EQ(watching->wait().status, 0);
+    b.must({"sync"});
+    EXPECT_NE(b.must({"dump"}).find("For the other"), std::string::npos);
 }
 
 }  // namespace
