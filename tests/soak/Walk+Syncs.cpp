@@ -7,8 +7,8 @@
 #include <thread>
 
 #include "json/CJSONDeserializer.h"
-#include "tests/soak/FaultyService.h"
 #include "tests/soak/Walk.h"
+#include "tests/support/FaultyService.h"
 
 namespace velkor::soak {
 
@@ -70,9 +70,9 @@ void Walk::killSync() {
 }
 
 void Walk::syncWithFault() {
-    const auto fault = static_cast<Fault>(pick(faultCount));
+    const auto fault = static_cast<test::Fault>(pick(test::survivableFaults));
     const std::size_t request = pick(requestsOfSync);
-    const FaultyService faulty(m_service->url(), request, fault);
+    const test::FaultyService faulty(m_service->url(), request, fault);
     record("fault " + std::to_string(static_cast<int>(fault)) + " at request " + std::to_string(request));
     sync(pickHost(), faulty.url());
 }

@@ -1,4 +1,4 @@
-#include "tests/soak/FaultyService.h"
+#include "tests/support/FaultyService.h"
 
 #include <curl/curl.h>
 
@@ -6,12 +6,9 @@
 #include <string_view>
 #include <utility>
 
-namespace velkor::soak {
+namespace velkor::test {
 
 namespace {
-
-using test::FakeAnswer;
-using test::FakeRequest;
 
 std::size_t appendBody(char* bytes, std::size_t size, std::size_t count, void* answer) {
     static_cast<FakeAnswer*>(answer)->body.append(bytes, size * count);
@@ -72,6 +69,8 @@ FakeAnswer FaultyService::answer(const FakeRequest& request) {
         case Fault::answerReplaced:
             forwarded(request, m_serviceUrl);
             return failure;
+        case Fault::held:
+            return FakeAnswer::hang();
         case Fault::answerCut:
             break;
     }
@@ -80,4 +79,4 @@ FakeAnswer FaultyService::answer(const FakeRequest& request) {
     return std::move(answer).cutOff(half);
 }
 
-}  // namespace velkor::soak
+}  // namespace velkor::test

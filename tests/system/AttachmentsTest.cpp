@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "tests/support/FaultyService.h"
 #include "tests/system/Hosts.h"
 
 namespace velkor::test {
@@ -13,19 +15,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::size_t contentSize = 200'000;
+
 std::string bytesOf(std::size_t count, unsigned seed) {
     std::string bytes(count, '\0');
     for (char& byte : bytes) byte = static_cast<char>((seed = seed * 1664525 + 1013904223) >> 24);
     return bytes;
 }
 
-std::ptrdiff_t filesBelow(const fs::path& directory) {
-    std::ptrdiff_t count = 0;
-    std::error_code error;  // what vanishes meanwhile does not count
-    for (fs::recursive_directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
-        count += entry->is_regular_file(error);
-    }
-    return count;
+std::ptrdiff_t contentsBelow(const fs::path& directory) {
+    return std::count_if(fs::recursive_directory_iterator(directory), {},
+                         [](const auto& entry) { return entry.is_regular_file() && entry.file_size() == contentSize; });
 }
 
 class AttachmentsTest : public testing::Test {
@@ -47,7 +47,7 @@ protected:
     }
 
     TemporaryDirectory directory;
-    Service service{directory / "service"};
+    Service service{directory / "service", {}, {"--page", "50"}};
     Host a{directory / "A", service.url()}, b{directory / "B", service.url()};
 };
 
@@ -81,14 +81,15 @@ TEST_F(AttachmentsTest, ChunksAndPagesCarryContents) {
 
 TEST_F(AttachmentsTest, ASyncKilledBetweenContentsIsMadeUp) {
     a.must({"add", "Many", "--guid", "N1"});
-    for (int i = 0; i < 6; ++i) a.must({"edit", "N1", "--attach", file("f" + std::to_string(i), bytesOf(200'000, 9))});
-    auto before = filesBelow(directory / "service/blobs");
-    auto syncing = a.start({"sync"});
-    // The service has taken the changes when the first contents come.
-    while (syncing->isRunning() && filesBelow(directory / "service/blobs") < before + 2) {
-    }
+    for (int i = 0; i < 6; ++i) a.must({"edit", "N1", "--attach", file("f" + std::to_string(i), bytesOf(contentSize, 9))});
+    constexpr std::size_t amongContents = 20;
+    FaultyService holding(service.url(), amongContents, Fault::held);
+    auto syncing = Host(a.directory(), holding.url()).start({"sync"});
+    ASSERT_TRUE(holding.awaitFault());
     syncing->signal(SIGKILL);
-    syncing->wait();
+    EXPECT_EQ(syncing->wait().status, 128 + SIGKILL);
+    EXPECT_GT(contentsBelow(directory / "service/blobs"), 0);
+    EXPECT_LT(contentsBelow(directory / "service/blobs"), 6);
     syncToRest({&a, &b});
     expectEqual(a, b);
     expectSameExports();

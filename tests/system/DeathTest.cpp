@@ -197,6 +197,7 @@ TEST_F(DeathTest, ServiceDiesAtEveryStepOfASync) {
         expectConvergence(service, "the service died at step " + std::to_string(step));
         EXPECT_NE(Host(directory / "run/B", service.url()).must({"dump"}).find("Edited on A"), std::string::npos);
     }
+    EXPECT_FALSE(died) << "there are more steps";
 }
 
 TEST_F(DeathTest, KillAtRandomMomentsLosesNothing) {

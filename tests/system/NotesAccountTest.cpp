@@ -57,17 +57,6 @@ TEST_F(NotesAccountTest, ClientsAreListedAsTheyRegistered) {
     EXPECT_EQ(clients.find("laptop"), std::string::npos) << clients;
 }
 
-TEST_F(NotesAccountTest, DeletedDataIsSentAgainByWhoeverHasIt) {
-    a.must({"add", "One", "--guid", "N1", "--tag", "t"});
-    a.must({"sync"});
-    EXPECT_EQ(a.must({"delete-data"}), "");
-    b.must({"login", "u+1@example.org", "p&ss=wörd"});
-    EXPECT_EQ(b.must({"sync"}), "synced: 0 sent, 0 received");
-    syncToRest({&a, &b});
-    expectEqual(a, b);
-    EXPECT_NE(b.must({"dump"}).find("N1"), std::string::npos);
-}
-
 TEST_F(NotesAccountTest, ADeletedAccountIsForgotten) {
     a.must({"add", "One", "--guid", "N1"});
     a.must({"sync"});
@@ -82,23 +71,6 @@ TEST_F(NotesAccountTest, ADeletedAccountIsForgotten) {
     syncToRest({&a, &b});
     expectEqual(a, b);
     EXPECT_NE(b.must({"dump"}).find("N1"), std::string::npos);
-}
-
-TEST_F(NotesAccountTest, PreferencesThatAreSetEverywhereLetACycleEndInAgreement) {
-    b.must({"login", "u+1@example.org", "p&ss=wörd"});
-    a.must({"add", "One", "--guid", "N1"});
-    for (const Host* host : {&a, &b}) {
-        host->must({"set", "theme", "dark"});
-        host->must({"set", "editor.fontSize", "14"});
-    }
-    syncToRest({&a, &b});
-    expectEqual(a, b);
-    EXPECT_EQ(a.must({"pending"}), "[]");
-    for (const Host* host : {&a, &b}) host->must({"unset", "theme"});
-    a.must({"edit", "N1", "--title", "Two"});
-    syncToRest({&a, &b});
-    expectEqual(a, b);
-    EXPECT_EQ(b.must({"get", "editor.fontSize"}), "14");
 }
 
 }  // namespace
