@@ -50,7 +50,10 @@ std::optional<DecimalParts> DecimalParts::parse(std::string_view text) {
     if (!some) return std::nullopt;
     if (text.starts_with('e') || text.starts_with('E')) {
         text.remove_prefix(1);
-        if (text.starts_with('+')) text.remove_prefix(1);
+        if (text.starts_with('+')) {
+            text.remove_prefix(1);
+            if (text.starts_with('-')) return std::nullopt;
+        }
         std::int32_t power = 0;
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), power);
         if (error != std::errc()) return std::nullopt;

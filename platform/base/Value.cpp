@@ -5,6 +5,7 @@
 
 #include "platform/base/DecimalText.h"
 #include "platform/base/Format.h"
+#include "platform/base/PlainLocale.h"
 
 namespace velkor::NS {
 namespace {
@@ -19,6 +20,7 @@ double doubleOf(std::string_view decimal) noexcept {
     double value = 0;
     const auto result = std::from_chars(decimal.data(), decimal.data() + decimal.size(), value);
     if (result.ec != std::errc::result_out_of_range) return value;
+    const PlainLocale locale;
     return std::strtod(std::string(decimal).c_str(), nullptr);  // tells infinity from zero
 }
 

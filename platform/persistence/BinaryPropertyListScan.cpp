@@ -48,15 +48,19 @@ private:
         if (m_fault.empty()) m_fault = why;
         return 0;
     }
+    // Where the object lies; 0 when it is not there.
+    std::size_t placeOf(std::uint64_t object) const {
+        if (object >= m_objectCount) return 0;
+        const std::uint64_t at = number(m_table + object * m_offsetSize, m_offsetSize);
+        return at < headerSize || at >= m_table ? 0 : at;
+    }
     // Number of values (and pieces of content) in the tree below and including the object, limited; 0 after a fault.
     std::size_t visit(std::uint64_t object, std::size_t depth) {
-        if (object >= m_objectCount) return refuse("it refers to an object that is not there");
-        if (depth > propertyListDepthLimit + 1) return refuse("it is nested too deeply");
+        const std::size_t at = placeOf(object);
+        if (at == 0) return refuse("it refers to an object that is not there");
         // An object met again, at no greater depth, has been looked at.
         Known& known = m_sizes[object];
         if (known.size != 0 && depth <= known.depth) return known.size;
-        const std::size_t at = number(m_table + object * m_offsetSize, m_offsetSize);
-        if (at < headerSize || at >= m_table) return refuse("an object lies outside of it");
         const std::size_t size = sizeOfObject(at, depth);
         known = {size, depth};
         return size;
@@ -127,10 +131,8 @@ private:
         return std::all_of(text.begin(), text.end(), [](char c) { return c != 0 && static_cast<unsigned char>(c) < 0x80; });
     }
     bool isText(std::uint64_t object) const {
-        if (object >= m_objectCount) return false;
-        const std::size_t at = number(m_table + object * m_offsetSize, m_offsetSize);
-        if (at < headerSize || at >= m_table) return false;
-        const int type = static_cast<unsigned char>(m_bytes[at]) >> 4;
+        const std::size_t at = placeOf(object);
+        const int type = at == 0 ? 0 : static_cast<unsigned char>(m_bytes[at]) >> 4;
         return type == 0x5 || type == 0x6;
     }
     bool isSoundUtf16(std::size_t at, std::uint64_t count) const {
@@ -143,6 +145,7 @@ private:
         return !lowExpected;
     }
     std::size_t sizeOfCollection(std::size_t at, std::uint64_t references, std::size_t depth) {
+        if (depth > propertyListDepthLimit) return refuse("it is nested too deeply");
         std::size_t size = 1;
         for (std::uint64_t i = 0; i < references; ++i) {
             const std::size_t below = visit(number(at + i * m_referenceSize, m_referenceSize), depth + 1);

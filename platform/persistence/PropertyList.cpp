@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "platform/base/Format.h"
+#include "platform/base/PlainLocale.h"
 #include "platform/base/UTF8.h"
 #include "platform/persistence/AtomicFile.h"
 #include "platform/persistence/PropertyListScan.h"
@@ -50,6 +51,13 @@ private:
         m_fault = why;
         return nullptr;
     }
+    // Counts so many more values and keys of a collection at this depth; whether they may be.
+    bool admit(std::size_t count, std::size_t depth) {
+        m_nodes += count;
+        if (depth > propertyListDepthLimit) m_fault = "it is nested too deeply";
+        if (m_nodes > propertyListNodeLimit) m_fault = "it holds too many values";
+        return m_fault.empty();
+    }
     Node nodeFor(const Value& value, std::size_t depth) {
         switch (value.kind()) {
             case Value::Kind::boolean:
@@ -83,7 +91,7 @@ private:
         return Node(plist_new_date(static_cast<std::int32_t>(seconds), 0));
     }
     Node arrayNode(const Array& array, std::size_t depth) {
-        if (depth > propertyListDepthLimit) return refuse("it is nested too deeply");
+        if (!admit(array.size(), depth)) return nullptr;
         Node node(plist_new_array());
         for (const Value& value : array) {
             Node element = nodeFor(value, depth);
@@ -93,7 +101,7 @@ private:
         return node;
     }
     Node dictionaryNode(const Dictionary& dictionary, std::size_t depth) {
-        if (depth > propertyListDepthLimit) return refuse("it is nested too deeply");
+        if (!admit(2 * dictionary.size(), depth)) return nullptr;
         Node node(plist_new_dict());
         for (const auto& [key, value] : dictionary) {
             if (!isPropertyListText(key)) return refuse("a key is no valid UTF-8 or holds control characters");
@@ -104,6 +112,7 @@ private:
         return node;
     }
 
+    std::size_t m_nodes = 2;  // the reader counts the root and what is around it too
     std::string m_fault;
 };
 
@@ -203,6 +212,7 @@ private:
 }  // namespace
 
 Result<std::string> propertyListXML(const Value& value) {
+    const PlainLocale locale;  // the library's numbers follow the thread's
     auto node = Writer().write(value);
     if (!node) return node.error();
     char* text = nullptr;
@@ -220,6 +230,7 @@ Result<Value> propertyListFromBytes(std::string_view bytes) {
     const std::string fault = binary ? binaryPropertyListFault(bytes) : xmlPropertyListFault(bytes);
     if (!fault.empty()) return invalid(fault);
     plist_t root = nullptr;
+    const PlainLocale locale;
     (binary ? plist_from_bin : plist_from_xml)(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
     if (!root) return invalid("it is damaged");
     const Node owned(root);

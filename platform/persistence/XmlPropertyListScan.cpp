@@ -7,6 +7,7 @@
 #include <limits>
 #include <vector>
 
+#include "platform/base/Trimmed.h"
 #include "platform/persistence/PropertyListScan.h"
 
 namespace velkor::NS {
@@ -14,16 +15,12 @@ namespace {
 
 constexpr std::string_view blanks = " \t\r\n";
 
-std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(blanks);
-    return first == std::string_view::npos ? std::string_view() : text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
 bool isInteger(std::string_view text) {
     const bool negative = text.starts_with('-');
     if (negative || text.starts_with('+')) text.remove_prefix(1);
     const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
     if (hexadecimal) text.remove_prefix(2);
+    if (!hexadecimal && text.size() > 1 && text.front() == '0') return false;  // the parser would take it for octal
     std::uint64_t value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value, hexadecimal ? 16 : 10);
     const auto limit = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) + (negative ? 1 : 0);
@@ -34,7 +31,10 @@ bool isReal(std::string_view text) {
     for (const std::string_view name : {"nan", "inf", "infinity"}) {
         if (text == name || text == "+" + std::string(name) || text == "-" + std::string(name)) return true;
     }
-    if (text.starts_with('+')) text.remove_prefix(1);
+    if (text.starts_with('+')) {
+        text.remove_prefix(1);
+        if (text.starts_with('-')) return false;
+    }
     double value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
     return result.ec != std::errc::invalid_argument && result.ptr == text.data() + text.size();
@@ -128,6 +128,12 @@ private:
     void refuse(std::string_view why) {
         if (m_fault.empty()) m_fault = std::string(why) + " (at byte " + std::to_string(m_at) + ")";
     }
+    // The parser overlooks what stands in double quotes, also the end of a tag: what is cut there is not the same for both.
+    bool isCutInQuotes(std::string_view tag) {
+        if (std::count(tag.begin(), tag.end(), '"') % 2 == 0) return false;
+        refuse("a quotation mark is not closed");
+        return true;
+    }
     // Moves behind the next `end`.
     bool skipBehind(std::string_view end) {
         const std::size_t found = m_text.find(end, m_at);
@@ -147,11 +153,14 @@ private:
                 m_at += 4;
                 if (!skipBehind("-->")) return false;
             } else if (startsWith("<?")) {
-                if (!skipBehind("?>")) return false;
+                const std::size_t start = m_at;
+                if (!skipBehind("?>") || isCutInQuotes(m_text.substr(start, m_at - start))) return false;
             } else if (startsWith("<!DOCTYPE") && !m_rootSeen) {
                 const std::size_t start = m_at;
                 if (!skipBehind(">")) return false;
-                if (m_text.substr(start, m_at - start).find('[') != std::string_view::npos) refuse("it declares entities");
+                const std::string_view declaration = m_text.substr(start, m_at - start);
+                if (isCutInQuotes(declaration)) return false;
+                if (declaration.find('[') != std::string_view::npos) refuse("it declares entities");
             } else if (m_text[m_at] != '<' || (m_rootSeen && m_open.empty())) {
                 refuse("there is text outside of the values");
                 return false;
@@ -177,6 +186,7 @@ private:
         const bool empty = m_text[end - 1] == '/';
         const std::string_view tag = m_text.substr(m_at + 1, end - m_at - 1 - (empty ? 1 : 0));
         if (tag.find('<') != std::string_view::npos) return refuse("a tag is not closed");
+        if (isCutInQuotes(tag)) return;
         const std::string_view name = tag.substr(0, tag.find_first_of(blanks));
         const auto* element =
             std::find_if(std::begin(elements), std::end(elements), [&](const Element& e) { return e.name == name; });
@@ -184,8 +194,8 @@ private:
         if (!admit(name)) return;
         m_at = end + 1;
         if (!element->acceptsText) {
+            if (m_open.size() > propertyListDepthLimit) return refuse("it is nested too deeply");  // the outermost is <plist>
             if (!empty) m_open.push_back({name});
-            if (m_open.size() > propertyListDepthLimit + 1) refuse("it is nested too deeply");  // the outermost is <plist>
         } else if (empty) {
             if (!element->acceptsText("")) refuse("a value is damaged");
         } else {

@@ -2,19 +2,10 @@
 
 #include <charconv>
 
+#include "platform/base/Trimmed.h"
 #include "platform/url/HeaderName.h"
 
 namespace velkor::NS::detail {
-
-namespace {
-
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
-}  // namespace
 
 ResponseHead::Step ResponseHead::take(std::string_view line) {
     if (line.starts_with("HTTP/")) {

@@ -73,6 +73,7 @@ TEST(ValueTest, readsNumbersOnlyWhereTheyFit) {
     EXPECT_EQ(Value::decimal("-9223372036854775808").asInteger(), std::numeric_limits<std::int64_t>::min());
     EXPECT_EQ(Value::decimal("9223372036854775808").asInteger(), std::nullopt);
     EXPECT_EQ(Value::decimal("1e999999999").asInteger(), std::nullopt);
+    EXPECT_EQ(Value::decimal("1e+-0").asInteger(), std::nullopt);
     EXPECT_EQ(Value::decimal("0.5").asDouble(), 0.5);
     EXPECT_EQ(Value(0.25).asBoolean(), true);
     EXPECT_EQ(Value("1").asInteger(), std::nullopt);

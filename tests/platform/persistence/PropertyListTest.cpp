@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <clocale>
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
 #include <limits>
+#include <vector>
 
 #include "platform/persistence/AtomicFile.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -18,20 +21,22 @@ std::string document(std::string_view content) {
            std::string(content) + "</plist>\n";
 }
 
-// A binary property list of the given objects (object 0 is the root), with one-byte offsets and references.
-std::string binary(std::initializer_list<std::string_view> objects) {
+// A binary property list of the given objects (object 0 is the root), with offsets of two bytes and references of one.
+std::string binary(const std::vector<std::string_view>& objects) {
+    const auto twoBytes = [](std::size_t number) {
+        return std::string{static_cast<char>(number >> 8), static_cast<char>(number)};
+    };
     std::string bytes = "bplist00", offsets;
     for (const std::string_view object : objects) {
-        offsets += static_cast<char>(bytes.size());
+        offsets += twoBytes(bytes.size());
         bytes += object;
     }
-    const char table = static_cast<char>(bytes.size());
-    bytes += offsets;
+    const std::string table = twoBytes(bytes.size());
     std::string trailer(32, '\0');
-    trailer[6] = trailer[7] = 1;
+    trailer[6] = 2;
+    trailer[7] = 1;
     trailer[15] = static_cast<char>(objects.size());
-    trailer[31] = table;
-    return bytes + trailer;
+    return bytes + offsets + trailer.replace(30, 2, table);
 }
 
 TEST(PropertyListTest, keepsEveryKindOfValue) {
@@ -86,6 +91,30 @@ TEST(PropertyListTest, refusesToWriteWhatItCouldNotReadBack) {
     };
     for (const Value& value : refused) EXPECT_FALSE(propertyListXML(value)) << value.className();
     EXPECT_TRUE(propertyListXML((*deep.asArray())[0]));
+
+    Array many;
+    many.reserve(3'999'999);
+    while (many.size() < 3'999'999) many.push_back(1);
+    const auto text = propertyListXML(many);
+    ASSERT_FALSE(text);
+    EXPECT_NE(text.error().localizedDescription().find("too many values"), std::string::npos);
+}
+
+TEST(PropertyListTest, readsAndWritesNumbersAlikeInEveryLocale) {
+    const test::TemporaryDirectory directory;
+    const std::string make = "localedef -i de_DE -f UTF-8 '" + directory.path().string() + "/comma.UTF-8' 2>/dev/null";
+    if (std::system(make.c_str()) != 0) GTEST_SKIP() << "no locale with a decimal comma can be made on this machine";
+    setenv("LOCPATH", directory.path().c_str(), 1);
+    ASSERT_TRUE(std::setlocale(LC_ALL, "comma.UTF-8"));
+    const auto text = propertyListXML(1.5);
+    const auto read = propertyListFromBytes(document("<real>2.5</real>"));
+    const auto beyond = Value::decimal("0.5e400").asDouble();
+    const std::string hosts = std::to_string(0.5);
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(hosts.substr(0, 3), "0,5") << "the program keeps its locale";
+    EXPECT_EQ(propertyListFromBytes(text.value()).value(), Value(1.5));
+    EXPECT_EQ(read.value(), Value(2.5));
+    EXPECT_EQ(beyond, std::numeric_limits<double>::infinity());
 }
 
 TEST(PropertyListTest, refusesDamagedXml) {
@@ -98,7 +127,10 @@ TEST(PropertyListTest, refusesDamagedXml) {
         document("<integer>abc</integer>"),
         document("<integer>9223372036854775808</integer>"),
         document("<integer></integer>"),
+        document("<integer>010</integer>"),
+        document("<integer>-09</integer>"),
         document("<real>x</real>"),
+        document("<real>+-1.5</real>"),
         document("<date>2013-02-30T00:00:00Z</date>"),
         document("<date>2100-01-01T00:00:00Z</date>"),
         document("<data>aGVsbG8</data>"),
@@ -118,6 +150,10 @@ TEST(PropertyListTest, refusesDamagedXml) {
         document("<dict/>") + "more",
         "<!DOCTYPE plist [<!ENTITY a \"b\">]>" + document("<dict/>"),
         document("<string>a").substr(0, 120),
+        // What the scan and the parser would understand differently.
+        "<!DOCTYPE \"><plist><string><![CDATA[\"><plist><array></array></plist>]]></string></plist>",
+        "<?xml \"?> <plist><string><![CDATA[\" ?> <plist><array></array></plist>]]></string></plist>",
+        "<plist a=\"><string><![CDATA[\"><array></array></plist>]]></string></plist>",
     };
     for (const std::string& text : damaged) EXPECT_FALSE(propertyListFromBytes(text)) << text;
     const std::string accepted =
@@ -126,15 +162,27 @@ TEST(PropertyListTest, refusesDamagedXml) {
 }
 
 TEST(PropertyListTest, boundsTheNesting) {
-    const auto nested = [](int levels) {
+    const auto nested = [](int levels, std::string_view innermost = "") {
         std::string text;
         for (int i = 0; i < levels; ++i) text += "<array>";
+        text += innermost;
         for (int i = 0; i < levels; ++i) text += "</array>";
         return document(text);
     };
     EXPECT_TRUE(propertyListFromBytes(nested(128)));
+    EXPECT_TRUE(propertyListFromBytes(nested(127, "<array/>")));
+    EXPECT_TRUE(propertyListFromBytes(nested(128, "<true/>")));
+    EXPECT_FALSE(propertyListFromBytes(nested(128, "<array/>")));
     EXPECT_FALSE(propertyListFromBytes(nested(129)));
     EXPECT_FALSE(propertyListFromBytes(nested(300'000)));
+
+    std::vector<std::string> chain;
+    for (int i = 0; i < 128; ++i) chain.push_back({'\xA1', static_cast<char>(i + 1)});
+    std::vector<std::string_view> objects(chain.begin(), chain.end());
+    objects.push_back("\x09");
+    EXPECT_TRUE(propertyListFromBytes(binary(objects)));
+    objects.back() = "\xA0";
+    EXPECT_FALSE(propertyListFromBytes(binary(objects)));
 }
 
 TEST(PropertyListTest, readsBinaryAndRefusesDamagedBinary) {
