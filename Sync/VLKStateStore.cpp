@@ -16,8 +16,9 @@ constexpr std::string_view defaultsKey = "VELKOR_SYNC_STATE";
 
 std::optional<NS::Dictionary> VLKStateStore::read(const std::optional<std::string>& path) {
     if (!path) {
-        const NS::Value kept = NS::UserDefaults::standardUserDefaults().objectForKey(defaultsKey);
-        const NS::Dictionary* state = kept.asDictionary();
+        const auto kept = NS::UserDefaults::standardUserDefaults().readObjectForKey(defaultsKey);
+        if (!kept) return std::nullopt;
+        const NS::Dictionary* state = kept.value().asDictionary();
         return state ? *state : NS::Dictionary();
     }
     m_writtenMark.reset();

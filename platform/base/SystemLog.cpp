@@ -9,6 +9,8 @@
 #include <mutex>
 #include <string>
 
+#include "platform/base/WriteAll.h"
+
 namespace velkor::NS {
 namespace {
 
@@ -36,15 +38,6 @@ std::string linePrefix() {
     return std::string(time) + rest + program_invocation_short_name + "[" + std::to_string(getpid()) + "] ";
 }
 
-void writeAll(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(STDERR_FILENO, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return;  // there is no place left to report it
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-}
-
 }  // namespace
 
 void systemLog(std::string_view text) {
@@ -65,7 +58,7 @@ void systemLog(std::string_view text) {
         }
     }
     line += '\n';
-    writeAll(line);
+    writeAll(STDERR_FILENO, line);  // there is no place left to report a failure
 }
 
 void setSystemLogHandler(std::function<void(std::string_view text)> handler) {

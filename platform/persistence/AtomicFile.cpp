@@ -10,6 +10,7 @@
 
 #include "platform/base/DurableStep.h"
 #include "platform/base/Format.h"
+#include "platform/base/WriteAll.h"
 #include "platform/persistence/FileDescriptor.h"
 
 namespace velkor::NS {
@@ -45,16 +46,6 @@ Result<TemporaryFile> makeTemporaryFile(const path& file) {
         return TemporaryFile{name, std::move(descriptor)};
     }
     return fileError("write", file, EEXIST);
-}
-
-bool writeAll(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) return false;
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
 }
 
 bool syncDirectory(const path& directory) {

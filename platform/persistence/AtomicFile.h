@@ -10,7 +10,8 @@
 namespace velkor::NS {
 
 /// Replaces the file's content: a temporary file in the same directory (mode 0600), write, fsync, rename, fsync of the directory.
-/// Whatever happens, the path holds the old content or the new one whole.
+/// Whatever happens, the path holds the old content or the new one whole; an error to make it durable comes when the new one is
+/// in place. Errors here are of PlatformErrorDomain, with errno as the code.
 VELKOR_EXPORT Result<void> writeFileAtomically(const std::filesystem::path& path, std::string_view bytes);
 /// The file's content; files above `limit` bytes are an error.
 VELKOR_EXPORT Result<Data> readFile(const std::filesystem::path& path, std::uint64_t limit = 1ull << 32);

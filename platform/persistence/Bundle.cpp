@@ -20,13 +20,6 @@ path executableDirectory() {
     return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
 }
 
-Dictionary informationBesideExecutable() {
-    auto information = dictionaryWithContentsOfFile(executableDirectory() / "Info.plist");
-    if (information) return information.value();
-    if (information.error().code() != ENOENT) systemLog(information.error().localizedDescription());
-    return {};
-}
-
 // The data directory of the installation that this code was loaded from: "share/VelkorSync" beside one of the directories above.
 path installedDataDirectory() {
     Dl_info self{};
@@ -77,8 +70,12 @@ Bundle& Bundle::libraryBundle() {
 }
 
 const Dictionary& Bundle::infoDictionary() const {
-    const std::lock_guard lock(m_content->mutex);
-    if (!std::exchange(m_content->informationLoaded, true)) m_content->information = informationBesideExecutable();
+    std::unique_lock lock(m_content->mutex);
+    if (std::exchange(m_content->informationLoaded, true)) return m_content->information;
+    const auto found = dictionaryWithContentsOfFile(executableDirectory() / "Info.plist");
+    if (found) m_content->information = found.value();
+    lock.unlock();  // a log handler may ask for the bundle
+    if (!found && found.error().code() != ENOENT) systemLog(found.error().localizedDescription());
     return m_content->information;
 }
 

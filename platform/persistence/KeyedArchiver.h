@@ -41,10 +41,11 @@ public:
 VELKOR_EXPORT void registerArchivableClass(std::string_view className,
                                            std::function<std::shared_ptr<Archivable>(const Coder&)> factory);
 
-/// The archive of a root value (of any kind but nil; collections may hold Archivable objects). An object that is not Archivable
-/// raises the invalid-argument exception.
+/// The archive of a root value (collections may hold Archivable objects). Nil, an object that is not Archivable and more than 512
+/// levels raise the invalid-argument exception.
 VELKOR_EXPORT Data archivedDataWithRootObject(const Value& root);
-/// The root value, or an error for bytes that are no archive, are damaged, or name an unknown class.
+/// The root value, or an error for bytes that are no archive, are damaged, or name an unknown class. An exception of
+/// a factory passes.
 VELKOR_EXPORT Result<Value> unarchiveObjectWithData(std::string_view bytes);
 
 }  // namespace velkor::NS

@@ -7,8 +7,10 @@
 #include <cstdlib>
 #include <mutex>
 #include <optional>
+#include <string>
 
 #include "platform/base/Exception.h"
+#include "platform/base/FirstException.h"
 #include "platform/base/Format.h"
 #include "platform/base/SystemLog.h"
 #include "platform/persistence/AtomicFile.h"
@@ -31,6 +33,17 @@ std::filesystem::path defaultDirectory() {
     const auto parent = configurationDirectory();
     const bool usable = identifier && !identifier->empty() && !parent.empty() && identifier->find('/') == std::string::npos;
     return usable ? parent / *identifier : std::filesystem::path();
+}
+
+constexpr std::string_view fileName = "defaults.plist";
+
+std::filesystem::path freeNameBeside(const std::filesystem::path& file) {
+    for (int number = 1;; ++number) {
+        std::filesystem::path name = file;
+        name += number == 1 ? ".damaged" : ".damaged" + std::to_string(number);
+        std::error_code error;
+        if (!std::filesystem::exists(std::filesystem::symlink_status(name, error))) return name;
+    }
 }
 
 bool isRegularFile(const std::filesystem::path& path) {
@@ -58,55 +71,84 @@ struct FileIdentity {
 }  // namespace
 
 struct UserDefaults::State {
-    std::mutex mutex;
-    // All guarded by the mutex.
-    bool loaded = false;
-    std::filesystem::path directory;
-    std::filesystem::path file;  // empty: in memory only
-    Dictionary values;
-    FileIdentity identity;
+    void setDirectory(const std::filesystem::path& directory) {
+        const std::lock_guard lock(mutex);
+        file.reset();
+        if (!directory.empty()) setFile(directory / fileName);
+    }
+    Result<Value> read(std::string_view key) {
+        const auto lock = lockWithFile();
+        if (!loaded) {
+            if (auto taken = takeInFile(); !taken) return taken.error();
+        }
+        return values[key];
+    }
+    // Of a row of failures to read only one is worth a line; a log handler that asks for defaults would never end.
+    bool isFirstFailure() {
+        const std::lock_guard lock(mutex);
+        return !std::exchange(failureTold, true);
+    }
+    // Applies the change to the newest values and writes them.
+    template <class Change>
+    Result<void> change(Change&& change) {
+        std::string notice;
+        Result<void> result;
+        FirstException raised;
+        raised.attempt([&] {
+            const auto lock = lockWithFile();
+            result = changeFile(change, notice);
+        });
+        if (!notice.empty()) systemLog(notice);  // a log handler may ask for defaults, so not under the mutex
+        raised.raise();
+        return result;
+    }
 
-    void loadOnce() {
-        if (std::exchange(loaded, true)) return;
+private:
+    void setFile(std::filesystem::path path) {
+        file = std::move(path);
+        loaded = failureTold = false;
         values.clear();
         identity = {};
-        const auto place = directory.empty() ? defaultDirectory() : directory;
-        file = place.empty() ? place : place / "defaults.plist";
-        if (file.empty()) return;
-        removeStaleTemporaryFiles(file);
-        if (const auto result = takeInFile(); !result) systemLog(result.error().localizedDescription());
+        if (!file->empty()) removeStaleTemporaryFiles(*file);
+    }
+    std::unique_lock<std::mutex> lockWithFile() {
+        std::unique_lock lock(mutex);
+        if (file) return lock;
+        lock.unlock();
+        const auto directory = defaultDirectory();  // may write to the log
+        lock.lock();
+        if (!file) setFile(directory.empty() ? directory : directory / fileName);
+        return lock;
     }
     // Reads the file when somebody wrote it since the last time. A missing one is empty.
     Result<void> takeInFile() {
-        const FileIdentity current = FileIdentity::of(file);
-        if (current == identity && current.size >= 0) return {};
-        auto contents = dictionaryWithContentsOfFile(file);
-        if (!contents) {
-            if (contents.error().code() != ENOENT) return contents.error();
-            values.clear();
-            return {};
+        const FileIdentity current = file->empty() ? FileIdentity() : FileIdentity::of(*file);
+        if (!file->empty() && (current.size < 0 || !(current == identity))) {
+            auto contents = dictionaryWithContentsOfFile(*file);
+            if (!contents && contents.error().code() != ENOENT) return contents.error();
+            values = contents ? std::move(contents).value() : Dictionary();
+            identity = contents ? current : FileIdentity();
         }
-        values = contents.value();
-        identity = current;
+        loaded = true;
+        failureTold = false;
         return {};
     }
     // A file that cannot be understood is kept beside under another name; one that cannot be read stays where it is.
-    Result<void> takeInFileOrSetItAside() {
+    Result<void> takeInFileOrSetItAside(std::string& notice) {
         const auto taken = takeInFile();
-        if (taken || !isRegularFile(file)) return taken;
-        if (auto bytes = readFile(file); !bytes) return bytes.error();
-        std::filesystem::path aside = file;
-        aside += ".damaged";
-        if (::rename(file.c_str(), aside.c_str()) != 0) return fileError("set aside", file);
-        systemLog(format("The user defaults are damaged and were kept as %@: %@", aside.string(),
-                         taken.error().localizedDescription()));
+        if (taken || !isRegularFile(*file)) return taken;
+        if (auto bytes = readFile(*file); !bytes) return bytes.error();
+        const std::filesystem::path aside = freeNameBeside(*file);
+        if (::rename(file->c_str(), aside.c_str()) != 0) return fileError("set aside", *file);
+        notice =
+            format("The user defaults are damaged and were kept as %@: %@", aside.string(), taken.error().localizedDescription());
         return {};
     }
     Result<FileDescriptor> lockFile() const {
         std::error_code error;
-        std::filesystem::create_directories(file.parent_path(), error);
-        if (error) return fileError("make directory", file.parent_path(), error.value());
-        std::filesystem::path path = file;
+        std::filesystem::create_directories(file->parent_path(), error);
+        if (error) return fileError("make directory", file->parent_path(), error.value());
+        std::filesystem::path path = *file;
         path += ".lock";
         FileDescriptor descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
         if (!descriptor) return fileError("lock", path);
@@ -115,28 +157,34 @@ struct UserDefaults::State {
         }
         return descriptor;
     }
-    // Applies the change to the newest values and writes them.
     template <class Change>
-    Result<void> change(Change&& change) {
-        loadOnce();
+    Result<void> changeFile(Change&& change, std::string& notice) {
         std::optional<FileDescriptor> lock;
-        if (!file.empty()) {
+        if (!file->empty()) {
             auto locked = lockFile();
             if (!locked) return locked.error();
             lock = std::move(locked).value();
-            if (auto taken = takeInFileOrSetItAside(); !taken) return taken;
+            if (auto taken = takeInFileOrSetItAside(notice); !taken) return taken;
         }
         Dictionary changed = values;
         change(changed);
         auto text = propertyListXML(changed);
         if (!text) throw Exception(InvalidArgumentException, text.error().localizedDescription());
-        if (!file.empty()) {
-            if (auto written = writeFileAtomically(file, text.value()); !written) return written;
-            identity = FileIdentity::of(file);
+        if (!file->empty()) {
+            if (auto written = writeFileAtomically(*file, text.value()); !written) return written;
+            identity = FileIdentity::of(*file);
         }
         values = std::move(changed);
         return {};
     }
+
+    std::mutex mutex;
+    // All guarded by the mutex.
+    std::optional<std::filesystem::path> file;  // none until it is found; empty: in memory only
+    bool loaded = false;
+    bool failureTold = false;
+    Dictionary values;
+    FileIdentity identity;
 };
 
 UserDefaults::UserDefaults() : m_state(new State) {}
@@ -146,25 +194,22 @@ UserDefaults& UserDefaults::standardUserDefaults() {
     return defaults;
 }
 
-void UserDefaults::setDirectory(std::filesystem::path directory) {
-    const std::lock_guard lock(m_state->mutex);
-    m_state->directory = std::move(directory);
-    m_state->loaded = false;
-}
+void UserDefaults::setDirectory(std::filesystem::path directory) { m_state->setDirectory(directory); }
 
 Value UserDefaults::objectForKey(std::string_view key) const {
-    const std::lock_guard lock(m_state->mutex);
-    m_state->loadOnce();
-    return m_state->values[key];
+    auto value = readObjectForKey(key);
+    if (value) return std::move(value).value();
+    if (m_state->isFirstFailure()) systemLog(value.error().localizedDescription());
+    return {};
 }
 
+Result<Value> UserDefaults::readObjectForKey(std::string_view key) const { return m_state->read(key); }
+
 Result<void> UserDefaults::setObject(Value value, std::string_view key) {
-    const std::lock_guard lock(m_state->mutex);
     return m_state->change([&](Dictionary& values) { values.set(key, std::move(value)); });
 }
 
 Result<void> UserDefaults::removeObjectForKey(std::string_view key) {
-    const std::lock_guard lock(m_state->mutex);
     return m_state->change([&](Dictionary& values) { values.remove(key); });
 }
 

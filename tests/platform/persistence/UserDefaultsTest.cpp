@@ -81,13 +81,35 @@ TEST_F(UserDefaultsTest, damagedDefaultsAreSetAside) {
     std::filesystem::create_directory(m_file.parent_path());
     ASSERT_TRUE(writeFileAtomically(m_file, "no property list"));
     int lines = 0;
-    setSystemLogHandler([&](std::string_view) { ++lines; });
+    setSystemLogHandler([&](std::string_view) {
+        ++lines;
+        m_defaults.objectForKey("how to log");
+    });
     EXPECT_TRUE(m_defaults.objectForKey("key").isNil());
     ASSERT_TRUE(m_defaults.setObject(1, "key"));
-    setSystemLogHandler({});
     EXPECT_EQ(lines, 2);
     EXPECT_EQ(onDisk(), (Dictionary{{"key", 1}}));
     EXPECT_EQ(readFile(m_file.string() + ".damaged").value().view(), "no property list");
+    ASSERT_TRUE(writeFileAtomically(m_file, "damaged again"));
+    ASSERT_TRUE(m_defaults.setObject(2, "more"));
+    setSystemLogHandler({});
+    EXPECT_EQ(readFile(m_file.string() + ".damaged").value().view(), "no property list");
+    EXPECT_EQ(readFile(m_file.string() + ".damaged2").value().view(), "damaged again");
+}
+
+TEST_F(UserDefaultsTest, aFileThatCannotBeReadIsNotTakenForAnEmptyOne) {
+    std::filesystem::create_directories(m_file);
+    int lines = 0;
+    setSystemLogHandler([&](std::string_view) { ++lines; });
+    EXPECT_FALSE(m_defaults.readObjectForKey("key"));
+    EXPECT_TRUE(m_defaults.objectForKey("key").isNil());
+    EXPECT_TRUE(m_defaults.objectForKey("key").isNil());
+    setSystemLogHandler({});
+    EXPECT_EQ(lines, 1);
+    EXPECT_FALSE(m_defaults.setObject(2, "key"));
+    std::filesystem::remove(m_file);
+    ASSERT_TRUE(writeDictionaryToFile({{"key", 1}}, m_file));
+    EXPECT_EQ(m_defaults.objectForKey("key"), Value(1));
 }
 
 TEST_F(UserDefaultsTest, standUnderTheBundleIdentifierByDefault) {
@@ -126,14 +148,19 @@ TEST(BundleTest, readsTheInformationBesideTheExecutable) {
     std::filesystem::copy_file("/proc/self/exe", program);
     ASSERT_TRUE(writeDictionaryToFile({{"CFBundleIdentifier", "org.example.test"}}, directory / "Info.plist"));
     setenv("VELKOR_TEST_IDENTIFIER", "org.example.test", 1);
-    EXPECT_EQ(std::system((program.string() + " --gtest_brief=1 --gtest_filter=BundleTest.isAskedByItsParent").c_str()), 0);
+    const std::string child = program.string() + " --gtest_brief=1 --gtest_filter=BundleTest.isAskedByItsParent";
+    EXPECT_EQ(std::system(child.c_str()), 0);
+    ASSERT_TRUE(writeFileAtomically(directory.path() / "Info.plist", "no property list"));
+    setenv("VELKOR_TEST_IDENTIFIER", "", 1);
+    EXPECT_EQ(std::system(child.c_str()), 0);
     unsetenv("VELKOR_TEST_IDENTIFIER");
 }
 
 TEST(BundleTest, isAskedByItsParent) {
-    if (const char* identifier = std::getenv("VELKOR_TEST_IDENTIFIER")) {
-        EXPECT_EQ(Bundle::mainBundle().bundleIdentifier(), identifier);
-    }
+    const char* identifier = std::getenv("VELKOR_TEST_IDENTIFIER");
+    if (!identifier) return;
+    setSystemLogHandler([](std::string_view) { EXPECT_FALSE(Bundle::mainBundle().bundleIdentifier()); });
+    EXPECT_EQ(Bundle::mainBundle().bundleIdentifier().value_or(""), identifier);
 }
 
 TEST(BundleTest, localizesByTheHostsTable) {
