@@ -95,7 +95,9 @@ void Array::makeRoomFor(std::size_t count) {
     m_storage = own;
 }
 
-void Array::reserve(std::size_t count) { makeRoomFor(std::max(count, size())); }
+void Array::reserve(std::size_t count) {
+    if (count > size()) makeRoomFor(count);
+}
 
 void Array::push_back(Value value) {
     makeRoomFor(size() + 1);

@@ -28,7 +28,6 @@ public:
     bool empty() const noexcept { return size() == 0; }
     /// The bytes; valid while this Data is neither changed nor destroyed.
     std::string_view view() const noexcept;
-    const std::uint8_t* bytes() const noexcept { return reinterpret_cast<const std::uint8_t*>(view().data()); }
 
     void append(std::string_view bytes);
     void reserve(std::size_t bytes);

@@ -20,11 +20,15 @@ constexpr std::uint32_t freeSlot = std::numeric_limits<std::uint32_t>::max();
 // Up to so many members a search in line beats the index.
 constexpr std::size_t searchedInLine = 16;
 
-// Keys may come from a hostile sender, so the hash differs from process to process.
-const std::uint64_t hashSeed = [] {
-    std::random_device random;
-    return std::uint64_t{random()} << 32 | random();
-}();
+// Keys may come from a hostile sender, so the hash differs from process to process. Made by the first use: a program's global
+// dictionaries may be built before anything of this file is.
+std::uint64_t hashSeed() noexcept {
+    static const std::uint64_t seed = [] {
+        std::random_device random;
+        return std::uint64_t{random()} << 32 | random();
+    }();
+    return seed;
+}
 
 std::uint64_t mixed(std::uint64_t a, std::uint64_t b) noexcept {
     __extension__ using Wide = unsigned __int128;
@@ -33,12 +37,13 @@ std::uint64_t mixed(std::uint64_t a, std::uint64_t b) noexcept {
 }
 
 std::uint64_t hashOf(std::string_view text) noexcept {
-    std::uint64_t hash = hashSeed ^ text.size();
+    const std::uint64_t seed = hashSeed();
+    std::uint64_t hash = seed ^ text.size();
     while (!text.empty()) {
         std::uint64_t word = 0;
         const std::size_t step = std::min<std::size_t>(text.size(), sizeof word);
         std::memcpy(&word, text.data(), step);
-        hash = mixed(hash ^ word, 0x9E3779B97F4A7C15ull ^ hashSeed);
+        hash = mixed(hash ^ word, 0x9E3779B97F4A7C15ull ^ seed);
         text.remove_prefix(step);
     }
     return mixed(hash, 0xD6E8FEB86659FD93ull);
@@ -218,7 +223,9 @@ void Dictionary::makeRoomFor(std::size_t count) {
     m_storage->rebuildIndex();
 }
 
-void Dictionary::reserve(std::size_t count) { makeRoomFor(std::max(count, size())); }
+void Dictionary::reserve(std::size_t count) {
+    if (count > size()) makeRoomFor(count);
+}
 
 // The member under the key in storage that is this dictionary's own, or null.
 Dictionary::Entry* Dictionary::findForChange(std::string_view key) {

@@ -155,7 +155,6 @@ public:
     Entry(SharedText key, Value value) noexcept : m_key(std::move(key)), m_value(std::move(value)) {}
 
     std::string_view key() const noexcept { return m_key.view(); }
-    const SharedText& sharedKey() const noexcept { return m_key; }
     const Value& value() const noexcept { return m_value; }
 
     template <std::size_t I>

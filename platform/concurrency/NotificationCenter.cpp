@@ -6,41 +6,44 @@
 #include <utility>
 #include <vector>
 
+#include "platform/base/FirstException.h"
 #include "platform/concurrency/OperationQueue.h"
 
 namespace velkor::NS {
 
 using Block = std::function<void(const Notification&)>;
 
-class NotificationCenter::Observer {
+class NotificationCenter::Observer : public std::enable_shared_from_this<Observer> {
 public:
     Observer(std::string_view name, const Object* object, OperationQueue* queue, Block block)
         : m_name(name), m_object(object), m_queue(queue), m_block(std::make_shared<const Block>(std::move(block))) {}
 
     const std::string& name() const noexcept { return m_name; }
     bool wants(const Notification& notification) const noexcept { return !m_object || m_object == notification.object; }
-    OperationQueue* queue() const noexcept { return m_queue; }
-
-    /// None once the registration has ended.
-    std::shared_ptr<const Block> block() const {
-        std::unique_lock lock(m_mutex);
-        return m_block;
-    }
     void end() {
         std::unique_lock lock(m_mutex);
         auto dropped = std::exchange(m_block, nullptr);
         lock.unlock();  // what the block holds is destroyed outside of the lock
     }
     void deliver(const Notification& notification) const {
-        if (auto block = this->block()) (*block)(notification);
+        if (!m_queue) return call(notification);
+        const std::lock_guard lock(m_mutex);  // the queue need not outlive the registration
+        if (m_block) m_queue->addOperation([self = shared_from_this(), notification] { self->call(notification); });
     }
 
 private:
+    void call(const Notification& notification) const {
+        std::unique_lock lock(m_mutex);
+        const auto block = m_block;
+        lock.unlock();
+        if (block) (*block)(notification);
+    }
+
     const std::string m_name;
     const Object* const m_object;
     OperationQueue* const m_queue;
     mutable std::mutex m_mutex;
-    std::shared_ptr<const Block> m_block;  // guarded by the mutex
+    std::shared_ptr<const Block> m_block;  // guarded by the mutex; none once the registration has ended
 };
 
 struct NotificationCenter::State {
@@ -101,14 +104,11 @@ void NotificationCenter::post(std::string_view name, const Object* object, Dicti
 void NotificationCenter::post(const Notification& notification) {
     auto observers = m_state->observersFor(notification.name);
     if (!observers) return;
+    FirstException raised;
     for (const auto& observer : *observers) {
-        if (!observer->wants(notification)) continue;
-        if (auto* queue = observer->queue()) {
-            queue->addOperation([observer, notification] { observer->deliver(notification); });
-        } else {
-            observer->deliver(notification);
-        }
+        if (observer->wants(notification)) raised.attempt([&] { observer->deliver(notification); });
     }
+    raised.raise();
 }
 
 }  // namespace velkor::NS

@@ -21,7 +21,8 @@ struct Notification {
 };
 
 /// Delivers notifications to observers by name and sender. Any thread; observers without a queue are called on the posting
-/// thread, before `post` returns, in the order of their registration.
+/// thread, before `post` returns, in the order of their registration. When observers raise, the others are still called, then
+/// `post` raises the first exception.
 class VELKOR_EXPORT NotificationCenter {
 public:
     /// A registration; it stays until `removeObserver`.
@@ -34,7 +35,8 @@ public:
     /// registration).
     Token addObserver(std::string_view name, const Object* object, OperationQueue* queue,
                       std::function<void(const Notification&)> block);
-    /// After it returns the block is not called again by later posts, and blocks still queued for it are dropped.
+    /// After it returns the block is not called by later posts, blocks still queued for it are dropped, and its queue is not used
+    /// any more. A call under way on another thread may still begin or go on.
     void removeObserver(const Token& token);
     void post(std::string_view name, const Object* object, Dictionary userInfo = {});
     void post(const Notification& notification);

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 
 #include "platform/base/Export.h"
 #include "platform/base/Object.h"

@@ -4,9 +4,11 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <mutex>
 #include <utility>
 
 #include "platform/base/Exception.h"
+#include "platform/base/FirstException.h"
 #include "platform/concurrency/RunLoop.h"
 #include "platform/concurrency/ThreadPool.h"
 
@@ -31,22 +33,15 @@ Operation::~Operation() = default;
 void Operation::cancel() { m_cancelled = true; }
 
 void Operation::run() {
-    std::exception_ptr raised;
-    const auto attempt = [&raised](auto&& step) {
-        try {
-            step();
-        } catch (...) {
-            if (!raised) raised = std::current_exception();
-        }
-    };
+    FirstException raised;
     if (!m_cancelled) {
         m_executing = true;
-        attempt([this] { main(); });
+        raised.attempt([this] { main(); });
         m_executing = false;
     }
     m_finished = true;
-    if (auto completion = std::exchange(m_completionBlock, nullptr)) attempt(completion);
-    if (raised) std::rethrow_exception(raised);
+    if (auto completion = std::exchange(m_completionBlock, nullptr)) raised.attempt(completion);
+    raised.raise();
 }
 
 struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::State> {

@@ -24,6 +24,7 @@ public:
     /// The queue of the main thread: blocks run in one of the main run loop's next turns, never inside the call that adds them.
     static OperationQueue& mainQueue();
 
+    /// 0: nothing starts; negative: as many as the pool allows. Ignored by the main queue, whose width is 1.
     void setMaxConcurrentOperationCount(std::ptrdiff_t count);
     std::ptrdiff_t maxConcurrentOperationCount() const;
     void addOperation(std::shared_ptr<Operation> operation);

@@ -15,8 +15,8 @@ class RunLoopCore;
 /// `main()`; every other thread gets a loop of its own from `current()` on demand, which ends with its thread.
 /// A host runs it, or embeds it in its own loop: wait for `fileDescriptor()` to become readable for at most
 /// `timeoutMilliseconds()`, then call `dispatchPending()`. Callbacks run only inside run, runUntil and dispatchPending, never
-/// inside a call into libuv, libcurl or SQLite, so they may raise, and runUntil may be nested in them; an exception leaves the
-/// call that was dispatching.
+/// inside a call into libuv, libcurl or SQLite, so they may raise, and runUntil or the host's own loop may be nested in them; an
+/// exception leaves the call that was dispatching.
 class VELKOR_EXPORT RunLoop {
 public:
     static RunLoop& main();
@@ -40,7 +40,7 @@ public:
     /// Readable when something is to be dispatched; the same for the life of the loop. Only to be waited for.
     int fileDescriptor() const;
     /// How long the host may wait at most; -1: until the descriptor is readable. Asked after each dispatchPending: whatever
-    /// brings work forward outside of it makes the descriptor readable.
+    /// brings work forward later, also inside the callbacks of an outer one, makes the descriptor readable.
     int timeoutMilliseconds() const;
     /// Runs what is due, without waiting.
     void dispatchPending();

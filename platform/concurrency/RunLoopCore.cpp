@@ -55,7 +55,9 @@ void RunLoopCore::addReady(std::function<void()> block) {
 }
 
 void RunLoopCore::noteChange() {
-    if (m_depth == 0) uv_async_send(&m_wake);
+    // What is found ready while collecting runs in the same turn. Otherwise a block may make the change and then run a loop of
+    // the host's own, which knows nothing but the descriptor.
+    if (!m_isCollecting) uv_async_send(&m_wake);
 }
 
 int RunLoopCore::timeoutMilliseconds() {
@@ -82,23 +84,25 @@ void RunLoopCore::wait(double seconds) {
 void RunLoopCore::dispatch() {
     struct Turn {
         RunLoopCore& core;
-        explicit Turn(RunLoopCore& c) : core(c) { ++core.m_depth; }
         ~Turn() {
-            if (--core.m_depth == 0 && !core.m_ready.empty()) core.noteChange();
+            if (!core.m_ready.empty()) core.noteChange();
         }
-    } turn(*this);
+    } turn{*this};
 
     collect();
     // A nested turn may have taken some of them.
     for (std::size_t left = m_ready.size(); left > 0 && !m_ready.empty(); --left) {
         auto block = std::move(m_ready.front());
         m_ready.pop_front();
+        if (!m_ready.empty()) noteChange();  // should the block run a loop of the host's own
         block();
     }
 }
 
 void RunLoopCore::collect() {
+    m_isCollecting = true;
     uv_run(&m_loop, UV_RUN_NOWAIT);
+    m_isCollecting = false;
     for (const double time = now(); !m_timers.empty() && m_timers.begin()->first.first <= time;) {
         m_ready.push_back(std::move(m_timers.begin()->second));
         m_timers.erase(m_timers.begin());

@@ -77,7 +77,7 @@ private:
     std::map<TimerKey, std::function<void()>> m_timers;
     std::uint64_t m_lastTimer = 0;
     std::optional<double> m_heldTime;
-    std::size_t m_depth = 0;
+    bool m_isCollecting = false;
     std::size_t m_runs = 0;
     std::size_t m_stops = 0;
     // Guards itself.

@@ -24,16 +24,20 @@ ThreadPool::ThreadPool() : m_width(std::max(2u, std::thread::hardware_concurrenc
 
 void ThreadPool::run(std::function<void()> job) {
     std::unique_lock lock(m_mutex);
-    m_jobs.push_back(std::move(job));
     keepOneIdle();
+    m_jobs.push_back(std::move(job));
     m_changed.notify_one();
 }
 
 /// One thread more than jobs run, so that there is always one to notice that nothing moves.
 void ThreadPool::keepOneIdle() {
     if (m_threads > m_running || m_threads > limit()) return;
-    ++m_threads;
-    std::thread([this] { work(); }).detach();
+    try {
+        std::thread([this] { work(); }).detach();
+        ++m_threads;
+    } catch (...) {
+        if (m_threads == 0) throw;  // else those that are there do the work
+    }
 }
 
 void ThreadPool::work() noexcept {

@@ -96,6 +96,11 @@ std::shared_ptr<KeyPathObserver::Observations> KeyPathObserver::unlink(std::size
     return object;
 }
 
+void KeyPathObserver::cancel() {
+    const std::lock_guard lock(m_queueMutex);
+    m_cancelled = true;
+}
+
 void KeyPathObserver::notify() {
     if (!m_queue) return runTask();
     // The object is kept until the task has run.
@@ -105,7 +110,8 @@ void KeyPathObserver::notify() {
             if (object->owner) kept = object->owner->weak_from_this().lock();
         });
     }
-    m_queue->addOperation([self = shared_from_this(), kept] { self->runTask(); });
+    const std::lock_guard lock(m_queueMutex);
+    if (!m_cancelled) m_queue->addOperation([self = shared_from_this(), kept] { self->runTask(); });
 }
 
 void KeyPathObserver::runTask() {
@@ -121,7 +127,7 @@ void KeyPathObserver::runTask() {
         const bool wasNeverShared = !managed.owner_before(none) && !none.owner_before(managed);
         if (kept || wasNeverShared) owner = object->owner;
     });
-    static const Dictionary change{{"kind", 1}};
+    static const auto& change = *new Dictionary{{"kind", 1}};  // threads may run tasks while the process exits
     if (owner && !m_cancelled) m_task(*owner, change);
 }
 

@@ -58,8 +58,8 @@ public:
     bool isLastKey(std::size_t depth) const noexcept { return depth + 1 == m_keys.size(); }
     /// Runs the task, or adds it to the queue.
     void notify();
-    /// Afterwards no task starts any more.
-    void cancel() noexcept { m_cancelled = true; }
+    /// Afterwards the queue is not used any more, and no task starts but one that another thread is about to call.
+    void cancel();
 
 private:
     using Observations = Observable::Observations;
@@ -71,6 +71,7 @@ private:
     std::vector<std::string> m_keys;
     OperationQueue* const m_queue;
     const Observable::Task m_task;
+    std::mutex m_queueMutex;  // held while the queue is used
     std::atomic<bool> m_cancelled = false;
     /// The objects that have the keys, as far as they are there; on the observation queue only.
     std::vector<std::weak_ptr<Observations>> m_way;

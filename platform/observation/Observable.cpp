@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/base/Exception.h"
+#include "platform/base/FirstException.h"
 #include "platform/base/Format.h"
 #include "platform/base/SystemLog.h"
 #include "platform/observation/KeyPathObserver.h"
@@ -16,10 +17,10 @@ namespace {
 
 // Unique among processes, machines and times: a random part, the process id and a count.
 std::string globallyUniqueString() {
-    static const std::string randomPart = [] {
+    static const std::string& randomPart = *[] {
         std::random_device random;
-        return format("%08X%08X%08X%08X", random(), random(), random(), random());
-    }();
+        return new std::string(format("%08X%08X%08X%08X", random(), random(), random(), random()));
+    }();  // threads may add observers while the process exits
     static std::atomic<std::uint64_t> count = 0;
     return format("%@-%d-%016llX", randomPart, getpid(), ++count);
 }
@@ -79,10 +80,15 @@ void Observable::willChangeValueForKey(std::string_view key) {
 }
 
 void Observable::didChangeValueForKey(std::string_view key) {
-    for (const auto& [observer, depth] : m_observations->observersOf(key)) {
-        if (!observer->isLastKey(depth)) observer->follow(*this, depth);
-        observer->notify();
+    FirstException raised;
+    for (const auto& link : m_observations->observersOf(key)) {
+        raised.attempt([&] {
+            const auto& [observer, depth] = link;
+            if (!observer->isLastKey(depth)) observer->follow(*this, depth);
+            observer->notify();
+        });
     }
+    raised.raise();
 }
 
 std::string Observable::addObserverForKeyPath(std::string_view keyPath, Task task) {
@@ -92,8 +98,13 @@ std::string Observable::addObserverForKeyPath(std::string_view keyPath, Task tas
 std::string Observable::addObserverForKeyPath(std::string_view keyPath, OperationQueue* queue, Task task) {
     const auto observer = std::make_shared<KeyPathObserver>(m_observations, keyPath, queue, std::move(task));
     std::string token = globallyUniqueString();
+    try {
+        observer->follow(*this, 0);
+    } catch (...) {
+        observer->unfollow(0);
+        throw;
+    }
     observationQueue().sync([&] { m_observations->observers.emplace(token, observer); });
-    observer->follow(*this, 0);
     return token;
 }
 

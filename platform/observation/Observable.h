@@ -37,7 +37,8 @@ public:
 
     /// The object under the key may be about to leave the paths that lead through it: until didChangeValueForKey they end here.
     void willChangeValueForKey(std::string_view key);
-    /// Runs the tasks of the observers whose path has the key.
+    /// Runs the tasks of the observers whose path has the key; when some raise, all others run before the first exception is
+    /// raised.
     void didChangeValueForKey(std::string_view key);
 
     /// The change holds "kind" = 1 (a value was set); the task reads the value itself.
@@ -46,7 +47,7 @@ public:
     /// path or key raises the invalid-argument exception.
     std::string addObserverForKeyPath(std::string_view keyPath, Task task);
     /// The same, with the task added to the queue (which must outlive the observation); without a queue (null) as above. A task
-    /// still waiting there when its observer is removed does not run.
+    /// still waiting there when its observer is removed does not run; one under way on another thread may still begin or go on.
     std::string addObserverForKeyPath(std::string_view keyPath, OperationQueue* queue, Task task);
     /// An unknown token writes one line to the system log and is ignored.
     void removeObserverWithBlockToken(std::string_view token);

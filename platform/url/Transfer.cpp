@@ -18,6 +18,7 @@ void Transfer::scheduleIn(RunLoop& loop) {
 void Transfer::start() {
     assertThat(!m_started, "A connection starts once");
     m_started = true;
+    if (m_cancelled) return;
     if (!m_scheduled) scheduleIn(RunLoop::current());
     auto core = m_core.lock();
     assertThat(core && core->isCurrentThread(), "A connection starts on the thread of its run loop");
@@ -34,6 +35,7 @@ void Transfer::start() {
 }
 
 void Transfer::cancel() {
+    m_cancelled = true;
     m_delegate = nullptr;
     if (!m_handle) return;
     auto core = m_core.lock();

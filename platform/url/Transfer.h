@@ -82,6 +82,7 @@ private:
     std::uint64_t m_maximumSize = std::uint64_t(1) << 30;
     bool m_scheduled = false;
     bool m_started = false;
+    bool m_cancelled = false;
 
     // While the exchange runs.
     CurlEasy m_handle;

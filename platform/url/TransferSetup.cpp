@@ -30,24 +30,31 @@ bool hasScheme(std::string_view url, std::string_view scheme) {
 
 /// Hosts that are asked without the environment's proxy: those that the environment names, and this machine.
 const std::string& hostsWithoutProxy() {
-    static const std::string hosts = [] {
+    static const std::string& hosts = *[] {
         const char* named = std::getenv("no_proxy");
         if (!named) named = std::getenv("NO_PROXY");
         const std::string_view given = named ? named : "";
-        if (given == "*") return std::string(given);
-        return std::string("localhost,127.0.0.0/8,::1") + (given.empty() ? "" : ",") + std::string(given);
-    }();
+        if (given == "*") return new std::string(given);
+        return new std::string(std::string("localhost,127.0.0.0/8,::1") + (given.empty() ? "" : ",") + std::string(given));
+    }();  // threads may send while the process exits
     return hosts;
 }
 
-std::mutex authorityMutex;
-std::string authorityFile;  // guarded by authorityMutex
+struct Authority {
+    std::mutex mutex;
+    std::string file;  // guarded by the mutex
+};
+
+Authority& authority() {
+    static auto& shared = *new Authority;  // threads may send while the process exits
+    return shared;
+}
 
 }  // namespace
 
 void setCertificateAuthorityFile(std::string path) {
-    std::unique_lock lock(authorityMutex);
-    authorityFile = std::move(path);
+    const std::lock_guard lock(authority().mutex);
+    authority().file = std::move(path);
 }
 
 template <class T>
@@ -65,7 +72,8 @@ std::optional<Error> Transfer::configure() {
 
     set(CURLOPT_URL, url.c_str());
     set(CURLOPT_PROTOCOLS_STR, "http,https");
-    set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    // What was sent in secret, perhaps a password in the body, does not go on in the clear.
+    set(CURLOPT_REDIR_PROTOCOLS_STR, hasScheme(url, "https://") ? "https" : "http,https");
     set(CURLOPT_HTTP_VERSION, long(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_FOLLOWLOCATION, 1L);
     set(CURLOPT_MAXREDIRS, mostRedirects);
@@ -74,8 +82,8 @@ std::optional<Error> Transfer::configure() {
     set(CURLOPT_NOPROXY, hostsWithoutProxy().c_str());
     set(CURLOPT_SSLVERSION, long(CURL_SSLVERSION_TLSv1_2));
     {
-        std::unique_lock lock(authorityMutex);
-        if (!authorityFile.empty()) set(CURLOPT_CAINFO, authorityFile.c_str());
+        const std::lock_guard lock(authority().mutex);
+        if (!authority().file.empty()) set(CURLOPT_CAINFO, authority().file.c_str());
     }
     set(CURLOPT_SHARE, CookieStorage::sharedStorage().shareHandle());
     set(CURLOPT_COOKIEFILE, "");

@@ -30,7 +30,6 @@ struct URLResponse {
 /// Codes of connection errors (domain: NetworkErrorDomain), for failures below HTTP.
 namespace URLError {
 inline constexpr std::int64_t unknown = -1;
-inline constexpr std::int64_t cancelled = -999;
 inline constexpr std::int64_t badURL = -1000;
 inline constexpr std::int64_t timedOut = -1001;
 inline constexpr std::int64_t unsupportedURL = -1002;
@@ -45,11 +44,12 @@ inline constexpr std::int64_t certificateUntrusted = -1202;
 }  // namespace URLError
 
 /// Follows one connection; called on the thread of the run loop it was scheduled on. The last call is exactly one of
-/// connectionDidFinishLoading and connectionDidFailWithError; after `cancel()` there is none.
+/// connectionDidFinishLoading and connectionDidFailWithError; after `cancel()`, and when the loop ends first, there is none.
 class VELKOR_EXPORT URLConnectionDelegate {
 public:
     virtual ~URLConnectionDelegate() = default;
     virtual void connectionDidReceiveResponse(URLConnection& connection, const URLResponse& response) = 0;
+    /// The bytes are valid during the call only.
     virtual void connectionDidReceiveData(URLConnection& connection, std::string_view bytes) = 0;
     /// Body bytes written in this step, in all, and expected in all.
     virtual void connectionDidSendBodyData(URLConnection&, std::int64_t /*written*/, std::int64_t /*total*/,
@@ -58,10 +58,11 @@ public:
     virtual void connectionDidFailWithError(URLConnection& connection, const Error& error) = 0;
 };
 
-/// One HTTP exchange. TLS certificates and host names are verified, redirects are followed (at most 16; credentials never go to
-/// another host), only http and https are spoken, responses are never cached, connections to a host are reused. The length of the
-/// body is counted here, whatever Content-Length the request names. The time-out bounds how long nothing moves, not the whole
-/// exchange. `setMaximumResponseSize` bounds what is taken in; the request's body, in however many parts, is
+/// One HTTP exchange. TLS certificates and host names are verified, only http and https are spoken, responses are never cached,
+/// connections to a host are reused, the environment's proxies are asked but for this machine. Redirects are followed (at most
+/// 16), from https to https only; credentials in headers never go to another host, but a body follows a 307 or 308 wherever it
+/// leads. The length of the body is counted here, whatever Content-Length the request names. The time-out bounds how long nothing
+/// moves, not the whole exchange. `setMaximumResponseSize` bounds what is taken in; the request's body, in however many parts, is
 /// not copied. All calls on the run loop's thread.
 class VELKOR_EXPORT URLConnection : public Object {
 public:
@@ -72,7 +73,7 @@ public:
     /// The loop on which the connection runs and calls its delegate; the current thread's loop unless set. Before `start()`.
     void scheduleInRunLoop(RunLoop& loop);
     void start();
-    /// Ends the exchange; the delegate hears nothing more. Harmless at any time.
+    /// Ends the exchange, or keeps it from starting; the delegate hears nothing more. Harmless at any time.
     void cancel();
     const URLRequest& request() const noexcept;
     /// Most body bytes that an answer may have (1 GiB unless set); a longer one fails with URLError::bodyTooLong.

@@ -33,7 +33,7 @@ public:
     const std::vector<Data>& httpBodyParts() const noexcept { return m_bodyParts; }
     /// In bytes.
     std::size_t httpBodyLength() const noexcept;
-    /// Idle time-out in seconds; 60 unless set.
+    /// Idle time-out in seconds; 60 unless set. Sent with 60 when it is not above 0, and with 1,000,000 at most.
     double timeoutInterval() const noexcept { return m_timeout; }
     const Headers& allHTTPHeaderFields() const noexcept { return m_headers; }
     /// The values of the field, joined by ","; empty when there is none.
@@ -51,7 +51,6 @@ class VELKOR_EXPORT MutableURLRequest : public URLRequest {
 public:
     using URLRequest::URLRequest;
 
-    void setURL(std::string url) { m_url = std::move(url); }
     void setHTTPMethod(std::string_view method) { m_method = method; }
     void setHTTPBody(Data body) { m_bodyParts = {std::move(body)}; }
     /// A body that is never put together in memory: for large bytes with something before and behind them.

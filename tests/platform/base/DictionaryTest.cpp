@@ -13,6 +13,15 @@ namespace {
 
 std::string keyNumber(std::size_t number) { return (number % 2 ? "k" : "a key of some length ") + std::to_string(number); }
 
+// Built before any object of the library is, and large enough to have an index.
+[[gnu::init_priority(101)]] const Dictionary builtFirst = {
+    {"a", 1},  {"b", 2},  {"c", 3},  {"d", 4},  {"e", 5},  {"f", 6},  {"g", 7},  {"h", 8},  {"i", 9},  {"j", 10},
+    {"k", 11}, {"l", 12}, {"m", 13}, {"n", 14}, {"o", 15}, {"p", 16}, {"q", 17}, {"r", 18}, {"s", 19}, {"t", 20}};
+
+TEST(DictionaryTest, isReadableThoughBuiltBeforeTheProgramStarts) {
+    for (const auto& [key, value] : builtFirst) EXPECT_EQ(builtFirst[key], value) << key;
+}
+
 TEST(DictionaryTest, behavesLikeAListOfPairsUnderRandomChanges) {
     std::mt19937 random(42);
     Dictionary dictionary;

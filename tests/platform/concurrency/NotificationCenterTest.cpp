@@ -81,9 +81,13 @@ TEST_F(NotificationCenterTest, WhatABlockHoldsIsLetGoWithTheRegistration) {
     EXPECT_EQ(held.use_count(), 1);
 }
 
-TEST_F(NotificationCenterTest, ARaisingObserverEndsThePost) {
+TEST_F(NotificationCenterTest, TheFirstExceptionOfAnObserverIsRaisedWhenAllHaveHeard) {
     center.addObserver("saved", nullptr, nullptr, [](const Notification&) { throw std::runtime_error("observer"); });
+    observe("saved", 'a');
+    center.addObserver("saved", nullptr, nullptr, [](const Notification&) { throw std::logic_error("another"); });
+    observe("saved", 'b');
     EXPECT_THROW(center.post("saved", nullptr), std::runtime_error);
+    EXPECT_EQ(heard, "ab");
 }
 
 TEST_F(NotificationCenterTest, AQueuedDeliveryIsDroppedByTheRemoval) {
@@ -107,7 +111,8 @@ TEST_F(NotificationCenterTest, ThreadsPostAddAndRemoveAtOnce) {
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([&] {
             for (int i = 0; i < 300; ++i) {
-                auto token = center.addObserver("saved", nullptr, nullptr, [](const Notification&) {});
+                OperationQueue queue;  // goes right after the registration, whoever is posting
+                auto token = center.addObserver("saved", nullptr, i % 2 ? &queue : nullptr, [](const Notification&) {});
                 center.post("saved", nullptr);
                 center.removeObserver(token);
             }

@@ -149,6 +149,23 @@ TEST(RunLoopTest, AHostEmbedsItByDescriptorAndTimeout) {
     timer->invalidate();
 }
 
+TEST(RunLoopTest, WakesAHostThatRunsItsOwnLoopInsideACallback) {
+    auto& loop = RunLoop::main();
+    int fired = 0;
+    std::shared_ptr<Timer> timer;
+    loop.post([&] {
+        EXPECT_TRUE(isReadable(loop)) << "the other block waits";
+        loop.dispatchPending();
+        EXPECT_FALSE(isReadable(loop));
+        timer = Timer::scheduledTimer(loop, 0, false, [&](Timer&) { ++fired; });
+        EXPECT_TRUE(isReadable(loop)) << "the time-out has changed";
+        EXPECT_TRUE(pollUntil(loop, [&] { return fired == 2; }));
+    });
+    loop.post([&] { ++fired; });
+    loop.dispatchPending();
+    EXPECT_EQ(fired, 2);
+}
+
 TEST(RunLoopTest, AThreadsLoopEndsWithItsThread) {
     RunLoop::main();
     auto held = std::make_shared<int>(1);

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <set>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -85,6 +86,27 @@ TEST_F(ObservableTest, removedObserversAreNotCalled) {
     EXPECT_EQ(m_calls, 2);
 }
 
+TEST_F(ObservableTest, theFirstExceptionOfATaskIsRaisedWhenAllHaveRun) {
+    m_object->addObserverForKeyPath("size", [](Observable&, const Dictionary&) { throw std::runtime_error("task"); });
+    m_object->addObserverForKeyPath("size", counting());
+    EXPECT_THROW(m_object->setValueForKey(1, "size"), std::runtime_error);
+    EXPECT_EQ(m_calls, 1);
+}
+
+TEST_F(ObservableTest, anObserverThatCannotFollowItsPathIsNotKept) {
+    struct Moody : Preferences {
+        bool raises = true;
+        Value valueForKey(std::string_view key) const override {
+            return raises ? throw std::runtime_error("no value") : Preferences::valueForKey(key);
+        }
+    };
+    Moody moody;
+    EXPECT_THROW(moody.addObserverForKeyPath("inner.value", counting()), std::runtime_error);
+    moody.raises = false;
+    moody.setValueForKey(1, "inner");
+    EXPECT_EQ(m_calls, 0);
+}
+
 TEST_F(ObservableTest, anUnknownTokenIsLoggedAndIgnored) {
     std::vector<std::string> lines;
     setSystemLogHandler([&](std::string_view line) { lines.emplace_back(line); });
@@ -132,7 +154,8 @@ TEST_F(ObservableTest, staysInStepWhileThreadsReplaceTheObjectsOnThePath) {
             for (int i = 0; i < 300; ++i) {
                 m_object->setValueForKey(inner[static_cast<std::size_t>((t + i) % 4)], "inner");
                 inner[static_cast<std::size_t>(t)]->setValueForKey(i, "value");
-                const auto token = m_object->addObserverForKeyPath("inner.value", counting());
+                OperationQueue queue;  // goes right after the observation, whoever is changing
+                const auto token = m_object->addObserverForKeyPath("inner.value", i % 2 ? &queue : nullptr, counting());
                 m_object->removeObserverWithBlockToken(token);
             }
         });

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 #include "platform/url/URLConnection.h"
@@ -18,7 +19,7 @@ using velkor::test::exchange;
 
 namespace {
 
-/// A certificate authority, a certificate of it for 127.0.0.1 only, and an HTTPS server that shows it.
+/// A certificate authority, a certificate of it for 127.0.0.1 only, and an HTTPS server that shows it and answers with files.
 class SecureServer {
 public:
     SecureServer() {
@@ -30,6 +31,7 @@ public:
             "-keyout server.key -out server.csr");
         run("openssl x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days 2 -copy_extensions copy -out "
             "server.pem");
+        std::ofstream(m_directory / "page") << "HTTP/1.0 200 OK\r\n\r\npage";
         start();
     }
     ~SecureServer() {
@@ -39,7 +41,12 @@ public:
     SecureServer(const SecureServer&) = delete;
     SecureServer& operator=(const SecureServer&) = delete;
 
-    std::string url(const std::string& host) const { return "https://" + host + ":" + m_port + "/"; }
+    std::string url(const std::string& host) const { return "https://" + host + ":" + m_port + "/page"; }
+    /// The address of an answer that is this, head and body.
+    std::string urlOf(const std::string& answer) const {
+        std::ofstream(m_directory / "answer") << answer;
+        return "https://127.0.0.1:" + m_port + "/answer";
+    }
     std::string file(const std::string& name) const { return m_directory / name; }
 
 private:
@@ -58,7 +65,7 @@ private:
             if (!freopen("/dev/null", "w", stderr)) _exit(1);  // it reports every refusal
             if (chdir(m_directory.path().c_str()) != 0) _exit(1);
             execlp("openssl", "openssl", "s_server", "-accept", "127.0.0.1:0", "-cert", "server.pem", "-key", "server.key",
-                   "-www", nullptr);
+                   "-HTTP", nullptr);
             _exit(1);
         }
         close(ends[1]);
@@ -86,6 +93,11 @@ TEST(TransportSecurityTest, OnlyATrustedCertificateForTheHostPasses) {
     auto good = exchange(server.url("127.0.0.1"));
     EXPECT_EQ(good.code(), 0) << (good.error ? good.error->description() : "");
     EXPECT_EQ(good.status(), 200);
+    const auto redirected = [&](const std::string& address) {
+        return exchange(server.urlOf("HTTP/1.0 307 Away\r\nLocation: " + address + "\r\n\r\n"));
+    };
+    EXPECT_EQ(redirected(server.url("127.0.0.1")).body, "page");
+    EXPECT_EQ(redirected("http://127.0.0.1:1/").code(), URLError::unsupportedURL) << "what was secret stays so";
     EXPECT_EQ(exchange(server.url("localhost")).code(), URLError::certificateUntrusted) << "a name that the certificate lacks";
     URLConnection::setCertificateAuthorityFile(server.file("missing.pem"));
     EXPECT_EQ(exchange(server.url("127.0.0.1")).code(), URLError::secureConnectionFailed);

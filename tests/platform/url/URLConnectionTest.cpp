@@ -219,7 +219,7 @@ TEST_F(URLConnectionTest, ALargeBodyGoesUpInStepsWithoutBeingCopied) {
     upload.setHTTPBody(body);
     ConnectionRecorder recorder;
     URLConnection connection(upload, &recorder);
-    EXPECT_EQ(connection.request().httpBody().bytes(), body.bytes());
+    EXPECT_EQ(connection.request().httpBody().view().data(), body.view().data());
     connection.start();
     ASSERT_TRUE(runUntil([&] { return recorder.ends > 0; }));
     EXPECT_EQ(lastRequest().body, body.view());
@@ -260,7 +260,7 @@ TEST_F(URLConnectionTest, ABodyInPartsGoesUpAsOne) {
     auto sharing = request(url("/end"), "POST");
     sharing.setHTTPBodyParts({small, large});
     ConnectionRecorder recorder;
-    EXPECT_EQ(URLConnection(sharing, &recorder).request().httpBodyParts()[1].bytes(), large.bytes());
+    EXPECT_EQ(URLConnection(sharing, &recorder).request().httpBodyParts()[1].view().data(), large.view().data());
     sharing.setHTTPBody(small);
     EXPECT_EQ(sharing.httpBody().view(), "s");
 }
@@ -375,9 +375,10 @@ TEST_F(URLConnectionTest, CancelIsSilentAtAnyTime) {
     ConnectionRecorder never;
     ConnectionRecorder unresolved;
     int unresolvedEnds = 0;
+    URLConnection early(URLRequest(url("/early")), &never);
+    early.cancel();
+    early.start();
     {
-        URLConnection unstarted(URLRequest(url("/done")), &never);
-        unstarted.cancel();
         URLConnection started(URLRequest(url("/done")), &never);
         started.start();
         started.cancel();
@@ -404,6 +405,7 @@ TEST_F(URLConnectionTest, CancelIsSilentAtAnyTime) {
     service.release(2);
     EXPECT_EQ(exchange(url("/done")).body, "done");
     EXPECT_FALSE(never.response);
+    EXPECT_EQ(service.requestCount("/early"), 0u) << "cancelled before its start";
     EXPECT_EQ(unresolved.ends, unresolvedEnds);
     EXPECT_EQ(never.ends + cancelling.ends, 0);
 
