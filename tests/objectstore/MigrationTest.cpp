@@ -319,8 +319,10 @@ TEST_F(MigrationTest, ProcessWithTheOldModelReadsNoColumnThatIsGone) {
     insert(*session, item, {{"text", "t"}});
     with([](ModelBuilder& builder) { builder.entity("Item").attribute("guid", AttributeType::string); },
          [](StoreSession&, const ManagedObjectModel&) {});
-    EXPECT_FALSE(session->fetch(FetchRequest(&item), [](StoredRow&&) { ADD_FAILURE(); }).ok());
-    EXPECT_FALSE(must(old->session())->fetch(FetchRequest(&item), [](StoredRow&&) { ADD_FAILURE(); }).ok());
+    const auto read = [&] { return codeOf(session->fetch(FetchRequest(&item), [](StoredRow&&) { ADD_FAILURE(); })); };
+    EXPECT_EQ(read(), StoreError::incompatibleModel);
+    session = must(old->session());
+    EXPECT_EQ(read(), StoreError::incompatibleModel);
 }
 
 }  // namespace
