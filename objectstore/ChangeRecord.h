@@ -13,7 +13,8 @@ class EntityDescription;
 
 enum class ChangeKind : std::uint8_t { inserted, updated, deleted };
 
-/// What one save wrote, as plain values: safe to hand to other threads and to merge into their contexts.
+/// What one save wrote, as plain values: safe to hand to other threads and to merge into their contexts, as long as the model
+/// of its entities lives.
 class VELKOR_EXPORT ChangeRecord : public Object {
 public:
     struct Change {

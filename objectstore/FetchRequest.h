@@ -15,7 +15,8 @@ struct SortDescriptor {
     bool ascending = true;
 };
 
-/// What to fetch: an entity's objects, those that fulfil the predicate, in an order, at most so many.
+/// What to fetch: an entity's objects, those that fulfil the predicate, in an order, at most so many. The entity's model has to
+/// outlive it.
 struct FetchRequest {
     explicit FetchRequest(const EntityDescription* fetchedEntity) : entity(fetchedEntity) {}
 

@@ -21,14 +21,15 @@ struct ObjectState;
 
 /// An object of the store, registered in one context and confined to that context's thread. Hosts derive their classes from it
 /// and register them with ObjectClass. Reading an object that is a fault loads it (and others of its kind that are still faults,
-/// in one batch). A deleted object still answers its last values.
+/// in one batch). A deleted object still answers its last values and takes no others. Valid as long as the store's model lives.
 class VELKOR_EXPORT ManagedObject : public Object {
 public:
     ManagedObject();
     ~ManagedObject() override;
 
     const EntityDescription& entity() const noexcept { return *m_entity; }
-    /// Null once the object was deleted and saved, or its context is gone.
+    /// Null once the object was deleted and saved, its row was found missing, its insertion was given up, or its context was
+    /// reset or is gone.
     ManagedObjectContext* managedObjectContext() const noexcept;
     std::shared_ptr<const ManagedObjectID> objectID() const;
     std::string_view className() const noexcept override;

@@ -42,7 +42,9 @@ enum class MergePolicy {
 };
 
 /// A working copy of a store: objects by identity, unsaved changes, fetches, saves. Unchanged objects live as long as somebody
-/// holds them; changed ones are held until they are saved, rolled back or reset. Debug builds assert the confinement.
+/// holds them; changed ones are held until they are saved, rolled back or reset. Debug builds assert the confinement. Where an
+/// operation that returns no Result has to read the store and cannot, it raises StoreReadFailure: deleting, refreshing, merging,
+/// and any access to a fault or to relationships that are not loaded.
 class VELKOR_EXPORT ManagedObjectContext : public Object {
 public:
     static std::shared_ptr<ManagedObjectContext> create(std::shared_ptr<PersistentStoreCoordinator> coordinator,
@@ -58,7 +60,8 @@ public:
     const std::string& author() const noexcept;
     void setAuthor(std::string author);
 
-    /// A new object of the entity's class (ManagedObject itself when that class is not registered), default values set.
+    /// A new object of the entity's class (ManagedObject itself when that class is not registered), default values set. An
+    /// entity that the store does not have raises the invalid-argument exception.
     std::shared_ptr<ManagedObject> insertNewObject(const EntityDescription& entity);
     std::shared_ptr<ManagedObject> insertNewObjectForEntityForName(std::string_view name);
     /// Applies the delete rules at once; a denied deletion fails the save.
@@ -68,14 +71,15 @@ public:
     /// date with their rows.
     Result<std::vector<std::shared_ptr<ManagedObject>>> executeFetchRequest(const FetchRequest& request);
     Result<std::size_t> countForFetchRequest(const FetchRequest& request);
-    /// The named attributes' values of each match without making objects; unsaved work is not seen. The span is valid in the
-    /// call.
+    /// The values of the named attributes, and the keys of named to-one relationships, of each match without making objects;
+    /// unsaved work is not seen. The span is valid in the call.
     Result<void> enumerateValues(const FetchRequest& request, std::span<const std::string> attributes,
                                  const std::function<void(std::span<const Value>)>& handle);
 
     /// Loads all objects of the entity whose attribute has one of the values, in one fetch, and remembers which values have none:
-    /// until the next save, rollback, reset or merge, fetches of the form "attribute == value" for these values are answered from
-    /// memory, unsaved work included. The result holds the objects, so that they stay.
+    /// until the next save, rollback, reset or merge, or until an object is refreshed without its changes or permanent
+    /// identifiers are obtained, fetches of the form "attribute == value" for these values are answered from memory, unsaved work
+    /// included. The result holds the objects, so that they stay.
     Result<ObjectSet> preloadObjects(const EntityDescription& entity, const AttributeDescription& attribute, const Array& values);
     /// Loads the relationship's destinations of all the objects in one scan (and the destination objects in one more).
     Result<void> prefetchRelationship(const std::vector<std::shared_ptr<ManagedObject>>& objects,
@@ -86,9 +90,10 @@ public:
     /// become deleted (isDeleted) without being part of the next save.
     Result<void> refreshObjects(const std::vector<std::shared_ptr<ManagedObject>>& objects);
 
-    /// A registered object, or a fault that is not checked against the store.
+    /// A registered object, or a fault that is not checked against the store; null for an entity that the store does not have and
+    /// for a temporary identifier that stands for nothing here.
     std::shared_ptr<ManagedObject> objectWithID(const ManagedObjectID& objectID);
-    /// The object if its row exists; an error otherwise.
+    /// The object if its row exists and it is not deleted; an error otherwise.
     Result<std::shared_ptr<ManagedObject>> existingObjectWithID(const ManagedObjectID& objectID);
     Result<void> obtainPermanentIDsForObjects(const std::vector<std::shared_ptr<ManagedObject>>& objects);
 

@@ -11,7 +11,7 @@ namespace velkor::NS {
 class EntityDescription;
 
 /// Identity of one object of a store: its entity and its row. Temporary until the object is saved or a permanent one is asked
-/// for. Immutable; any thread.
+/// for. Immutable; any thread. Valid as long as the model of its entity lives.
 class VELKOR_EXPORT ManagedObjectID : public Object {
 public:
     ManagedObjectID(const EntityDescription& entity, std::int64_t key) noexcept : m_entity(&entity), m_key(key) {}

@@ -22,7 +22,7 @@ class StoreSession;
 /// Codes of the store's errors (domain: PlatformErrorDomain). The description says what is wrong with which file.
 namespace StoreError {
 inline constexpr std::int64_t notAStore = 134000;          // damaged, or a file of another kind
-inline constexpr std::int64_t incompatibleModel = 134100;  // no migration can be inferred; the file is untouched
+inline constexpr std::int64_t incompatibleModel = 134100;  // of the file, and no migration can be inferred; the file is untouched
 inline constexpr std::int64_t diskFull = 134200;
 inline constexpr std::int64_t readOnly = 134201;
 inline constexpr std::int64_t busy = 134202;  // locked by another process for longer than the busy time-out
@@ -30,7 +30,7 @@ inline constexpr std::int64_t ioFailure = 134203;
 inline constexpr std::int64_t validation = 134300;     // a value that cannot be stored, or a required one missing
 inline constexpr std::int64_t mergeConflict = 134400;  // with the error merge policy
 inline constexpr std::int64_t deleteDenied = 134500;   // a delete rule forbids it
-inline constexpr std::int64_t badRequest = 134600;     // unknown entity or property in a fetch
+inline constexpr std::int64_t badRequest = 134600;     // unknown entity or property in a fetch or a watch
 inline constexpr std::int64_t noSuchObject = 134700;   // no row for an identifier
 }  // namespace StoreError
 
@@ -61,7 +61,7 @@ public:
     /// Makes everything committed so far survive a power cut: one fsync of the log when something is new, else nothing.
     Result<void> makeDurable();
 
-    // Persistent history. Without the option: no rows, sequence 0.
+    // Persistent history, kept since any opening of the file turned it on. Before that: no rows, sequence 0.
     bool keepsHistory() const noexcept;
     /// Starts keeping history in a store that was opened without it; stays on for the file.
     Result<void> enableHistory(std::vector<std::string> keptAttributes);
@@ -77,14 +77,16 @@ public:
     /// This opening's value of HistoryRow::process.
     const std::string& historyProcess() const noexcept;
 
-    /// A stamp that differs whenever a save of any process inserted or deleted an object of one of the watched entities or
-    /// changed one of the watched attributes since. Declared under a name, kept in the file, so that every process heeds it.
+    /// What a watch heeds: insertions and deletions of an entity's objects, and changes of these attributes.
     struct Watched {
         std::string entity;
         std::vector<std::string> attributes;
     };
+    /// Declares a watch under a name, in the file, so that every process heeds it.
     Result<void> watch(std::string_view name, const std::vector<Watched>& watched);
-    /// Cheap: no query when nobody has committed since the last call. None when the name was never declared.
+    /// A stamp that differs whenever a save of any process has made what is watched another since; none when the name was never
+    /// declared. No query when nobody has committed since the last call; the first call after a save that moved the stamp writes
+    /// to the file, so it may wait for other writers, and fail.
     Result<std::optional<std::int64_t>> watchStamp(std::string_view name) const;
     /// A value that the owner of a watch remembers, valid while the stamp stays; in memory only. Any thread.
     void rememberValue(std::string_view name, std::int64_t stamp, Value value);

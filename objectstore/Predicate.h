@@ -33,7 +33,7 @@ public:
     const Value& value() const noexcept;   // comparison
     const Array& values() const noexcept;  // in
     const std::vector<Predicate>& parts() const noexcept;
-    /// Whether the object fulfils it, by its current values.
+    /// Whether the object fulfils it, by its current values. On the object's thread.
     bool evaluate(const ManagedObject& object) const;
     std::string description() const;
 
