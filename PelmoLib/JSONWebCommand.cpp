@@ -44,17 +44,20 @@ void JSONWebCommand::start() {
     const auto round = ++m_round;
     setStatus(CommandStatus::running);
     if (NS::RunLoop::main().isCurrentThread()) {
-        open();
+        open(round);
     } else {
         NS::RunLoop::main().post([command = self(), round] {
-            if (command->isCurrent(round)) command->open();
+            if (command->isCurrent(round)) command->open(round);
         });
     }
 }
 
-void JSONWebCommand::open() {
+void JSONWebCommand::open(std::uint64_t round) {
     if (m_connection) m_connection->cancel();
+    m_openRound = round;
     m_data = NS::Data();
+    m_statusCode = 0;
+    m_resultDict.reset();
     m_connection = std::make_shared<NS::URLConnection>(m_request, this);
     m_connection->scheduleInRunLoop(NS::RunLoop::main());
     m_keepAlive = self();
@@ -62,11 +65,15 @@ void JSONWebCommand::open() {
 }
 
 void JSONWebCommand::cancel() {
-    ++m_round;
+    const auto round = ++m_round;
     if (NS::RunLoop::main().isCurrentThread()) {
         close();
     } else {
-        NS::RunLoop::main().post([command = self()] { command->close(); });
+        NS::RunLoop::main().post([command = self(), round] {
+            // Started again since, it is the new start's connection that is open.
+            if (command->isCurrent(round)) return command->close();
+            callBlock(command->m_finallyBlock);
+        });
     }
 }
 
@@ -88,6 +95,7 @@ void JSONWebCommand::connectionDidReceiveData(NS::URLConnection&, std::string_vi
 
 void JSONWebCommand::connectionDidFinishLoading(NS::URLConnection&) {
     const auto kept = std::move(m_keepAlive);
+    if (!isCurrent(m_openRound)) return;
     setStatus(CommandStatus::failed);  // until the outcome is known
     if (m_statusCode == successStatus) {
         parse();
@@ -98,7 +106,7 @@ void JSONWebCommand::connectionDidFinishLoading(NS::URLConnection&) {
 
 void JSONWebCommand::connectionDidFailWithError(NS::URLConnection&, const NS::Error& error) {
     const auto kept = std::move(m_keepAlive);
-    deliverError(error);
+    if (isCurrent(m_openRound)) deliverError(error);
 }
 
 void JSONWebCommand::failWithStatus() {
@@ -110,7 +118,7 @@ void JSONWebCommand::failWithStatus() {
 
 // The command moves from the parse queue to the main queue, so that its last owner lets go of it there.
 void JSONWebCommand::parse() {
-    m_parseOpQueue.addOperation([command = self(), data = m_data, round = m_round.load()]() mutable {
+    m_parseOpQueue.addOperation([command = self(), data = m_data, round = m_openRound]() mutable {
         std::optional<NS::Error> error;
         auto result = dictionaryWithJSONData(data, &error);
         NS::OperationQueue::mainQueue().addOperation(
@@ -128,7 +136,7 @@ void JSONWebCommand::parse() {
 
 void JSONWebCommand::handleSuccessfulResult(const NS::Dictionary& result) {
     if (m_threadedCompletionBlock) return completeOnParseQueue(result);
-    const auto round = m_round.load();
+    const auto round = m_openRound;
     callBlock(m_completionBlock, result);
     if (isCurrent(round) && m_delegate) m_delegate->webCommandCompletedWithResult(*this, result);
     if (isCurrent(round)) finishLoadingResult();
@@ -136,7 +144,7 @@ void JSONWebCommand::handleSuccessfulResult(const NS::Dictionary& result) {
 
 // The final block runs before the delegate hears of the success, and what that block adds to the main queue comes between them.
 void JSONWebCommand::completeOnParseQueue(const NS::Dictionary& result) {
-    m_parseOpQueue.addOperation([command = self(), block = m_threadedCompletionBlock, result, round = m_round.load()]() mutable {
+    m_parseOpQueue.addOperation([command = self(), block = m_threadedCompletionBlock, result, round = m_openRound]() mutable {
         if (command->isCurrent(round)) block(result);
         NS::OperationQueue::mainQueue().addOperation([command = std::move(command), result = std::move(result), round] {
             if (!command->isCurrent(round)) return;
@@ -150,7 +158,7 @@ void JSONWebCommand::completeOnParseQueue(const NS::Dictionary& result) {
 }
 
 void JSONWebCommand::deliverError(const NS::Error& error) {
-    const auto round = m_round.load();
+    const auto round = m_openRound;
     callBlock(m_failureBlock, error);
     if (isCurrent(round) && m_delegate) m_delegate->webCommandFailedWithError(*this, error);
     if (isCurrent(round)) finishLoadingResult();

@@ -99,7 +99,7 @@ private:
     std::shared_ptr<JSONWebCommand> self() { return std::static_pointer_cast<JSONWebCommand>(shared_from_this()); }
     bool isCurrent(std::uint64_t round) const noexcept { return m_round == round; }
     void setStatus(const std::string_view& word) noexcept { m_commandStatus = &word; }
-    void open();
+    void open(std::uint64_t round);
     void close();
     void parse();
     void failWithStatus();
@@ -119,6 +119,7 @@ private:
     std::atomic<std::uint64_t> m_round = 0;  // counts starts and cancellations: what an earlier round brings is dropped
     std::atomic<const std::string_view*> m_commandStatus = &CommandStatus::pending;
     // Main thread only.
+    std::uint64_t m_openRound = 0;  // the start that the connection belongs to
     std::shared_ptr<NS::URLConnection> m_connection;
     std::shared_ptr<JSONWebCommand> m_keepAlive;  // this command, while its connection runs
     NS::Data m_data;

@@ -219,6 +219,17 @@ TEST_F(JSONWebCommandTest, startsAndCancelsFromAnyThread) {
     EXPECT_EQ(awaitNotes(4), (Notes{"finally", "completion {\n}", "delegate completed FAILED_COMMAND", "finally"}));
 }
 
+TEST_F(JSONWebCommandTest, aCancellationFromElsewhereDoesNotReachALaterStart) {
+    service.script("", "/", {FakeAnswer::hang(), FakeAnswer::json("{}")});
+    const auto running = command("/x");
+    running->start();
+    ASSERT_TRUE(service.awaitRequests(1));
+    std::thread([&] { running->cancel(); }).join();
+    running->start();
+    EXPECT_EQ(running->statusCode(), 0);
+    EXPECT_EQ(awaitNotes(4), (Notes{"finally", "completion {\n}", "delegate completed FAILED_COMMAND", "finally"}));
+}
+
 TEST_F(JSONWebCommandTest, keepsItselfAliveUntilTheOutcome) {
     service.script("", "/", {FakeAnswer::json("{}")});
     std::weak_ptr<JSONWebCommand> weak;
