@@ -28,7 +28,8 @@ VELKOR_EXPORT NS::MutableURLRequest putRequestForURL(std::string_view url, const
 VELKOR_EXPORT void addAuthenticationForUsername(NS::MutableURLRequest& request, std::string_view username,
                                                 std::string_view password);
 
-/// The request as a command line for curl, for logs; nothing in it is escaped.
+/// The request as a command line for curl, for logs; nothing in it is escaped. It shows every header: of an authenticated
+/// request also the one with the credentials.
 VELKOR_EXPORT std::string description(const NS::MutableURLRequest& request);
 
 namespace NS {

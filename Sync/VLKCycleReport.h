@@ -13,7 +13,7 @@ namespace velkor {
 struct VELKOR_EXPORT VLKCycleReport {
     /// Transactions that a successful answer acknowledged.
     std::int64_t sent = 0;
-    /// Transactions that the service sent and that were written.
+    /// Transactions that the service sent and whose writing did not fail; one that replay left out counts, too.
     std::int64_t received = 0;
     /// Listings of known objects sent.
     std::int64_t listings = 0;

@@ -73,9 +73,10 @@ public:
     void setPasswordObservationToken(Text token) { m_passwordObservationToken = std::move(token); }
 
     // --- Store and queues ---
+    /// Makes a context for each answer and comparison, on queue threads. To be replaced before the first save and cycle only.
     const VLKContextCreator& ctxCreator() const noexcept { return m_ctxCreator; }
     void setCtxCreator(VLKContextCreator creator) { m_ctxCreator = std::move(creator); }
-    /// The controller's own context.
+    /// The controller's own context. To be replaced before the first save and cycle only.
     const std::shared_ptr<NS::ManagedObjectContext>& ctx() const noexcept { return m_ctx; }
     void setCtx(std::shared_ptr<NS::ManagedObjectContext> ctx) { m_ctx = std::move(ctx); }
     /// Writes answers into the store, one at a time.

@@ -88,6 +88,7 @@ public:
     /// The wire form as UTF-8 JSON text; none when a text in it is no UTF-8. Raises the invalid-argument exception when the
     /// object (or its JSON form), the date, the type or the class name is missing.
     std::optional<NS::Data> objectAsJson() override;
+    /// The wire form as text; raises as `objectAsJson` does.
     std::string description() const override;
     std::string_view className() const noexcept override { return "VLKTransaction"; }
     /// Whether the object's entity has an attribute of binary data.
