@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "PelmoLib/encodings/VLKLog.h"
+#include "platform/base/Format.h"
 
 namespace velkor::VLKAnswer {
 
@@ -10,6 +11,7 @@ namespace {
 
 /// In bytes.
 constexpr std::size_t longestIdentifier = 1024;
+constexpr std::size_t longestLogged = 80;
 
 /// A text that a URL and a property list can carry.
 bool isPlainText(const NS::Value& value) {
@@ -18,10 +20,18 @@ bool isPlainText(const NS::Value& value) {
     return text && text->size() <= longestIdentifier && std::none_of(text->begin(), text->end(), isControl);
 }
 
+/// What is in place of a value may be of any size: only a short text or a number is shown.
+std::string brief(const NS::Value& value) {
+    if (const NS::Array* array = value.asArray()) return NS::format("%lu elements", array->size());
+    if (const NS::Dictionary* dictionary = value.asDictionary()) return NS::format("%lu members", dictionary->size());
+    if (const auto text = value.asString(); text && text->size() > longestLogged) return NS::format("%lu bytes", text->size());
+    return NS::describe(value);
+}
+
 void refuse(const NS::Value& value, std::string_view key) {
     if (value.isNil() || value.isNull()) return;
     VLKLog::sharedInstance().logMessageAtLevel(100, "Ignoring \"%@\" in the server's answer, of type %@: %@", key,
-                                               value.className(), value);
+                                               value.className(), brief(value));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "PelmoLib/VLKSyncableObject.h"
 #include "PelmoLib/encodings/VLKLog.h"
 #include "Sync/VLKTransactionWriter.h"
+#include "objectstore/StoreReadFailure.h"
 #include "platform/base/Exception.h"
 #include "platform/concurrency/OperationQueue.h"
 
@@ -104,13 +105,15 @@ public:
     }
 
 private:
-    /// Runs the step; what it raises makes the transaction a bad one, except a failed assertion.
+    /// Runs the step; what it raises makes the transaction a bad one, except a failed assertion or a store that cannot be read.
     template <class Step>
     bool guarded(const std::string& key, const Step& step) {
         try {
             step();
             return true;
         } catch (const AssertionFailure&) {
+            throw;
+        } catch (const StoreReadFailure&) {
             throw;
         } catch (const Exception&) {
             m_bad.push_back(key);

@@ -3,8 +3,10 @@
 #include <utility>
 
 #include "PelmoLib/encodings/VLKLog.h"
+#include "Sync/VLKAnswer.h"
 #include "Sync/VLKBlobDownloads.h"
 #include "Sync/VLKPageReplay.h"
+#include "objectstore/StoreReadFailure.h"
 #include "platform/base/Format.h"
 #include "platform/base/SystemLog.h"
 #include "platform/concurrency/OperationQueue.h"
@@ -13,24 +15,10 @@ namespace velkor {
 
 using namespace NS;
 
-namespace {
-
-/// The elements of the array under the key; a value of another type counts as none, with a line at level 100.
-Array arrayUnderKey(const Dictionary& dictionary, std::string_view key) {
-    const Value& value = dictionary[key];
-    if (const Array* array = value.asArray()) return *array;
-    if (!value.isNil())
-        VLKLog::sharedInstance().logMessageAtLevel(100, "Ignoring %@ of an answer: it is of type %@, not an array.", key,
-                                                   value.className());
-    return {};
-}
-
-}  // namespace
-
 VLKChangeWriteOperation::VLKChangeWriteOperation(Dictionary result, VLKContextCreator contextCreator, std::string velkorSyncURL,
                                                  std::string userEmail, std::string userPassword, std::string appId)
     : m_resultDict(std::move(result)),
-      m_jsonData(arrayUnderKey(m_resultDict, "new_xactions")),
+      m_jsonData(VLKAnswer::array(m_resultDict, "new_xactions")),
       m_ctxCreator(std::move(contextCreator)),
       m_downloads(std::make_unique<VLKBlobDownloads>(
           VLKBlobDownloads::Service{std::move(velkorSyncURL), std::move(appId), std::move(userEmail), std::move(userPassword)},
@@ -42,6 +30,9 @@ void VLKChangeWriteOperation::main() {
     if (m_jsonData.empty()) return;
     try {
         writeAnswer();
+    } catch (const StoreReadFailure& failure) {
+        // What could not be read was not written, and must come again.
+        abandon(failure.error());
     } catch (const Exception& exception) {
         report(exception);
     } catch (const std::exception& exception) {
@@ -60,10 +51,7 @@ void VLKChangeWriteOperation::writeAnswer() {
     const auto transactions = convertJSONToTransactions(m_jsonData);
     log.logMessageAtLevel(300, "Processing %ld transactions.", transactions.size());
     if (const auto replayed = VLKPageReplay(*m_ctx, transactions).run(); !replayed) {
-        log.logMessageAtLevel(100, "Unable to look for the objects of received transactions: %@", replayed.error());
-        failWith(replayed.error());
-        m_ctx->rollback();
-        return tellDelegate();
+        return abandon(replayed.error());
     }
     log.logMessageAtLevel(300, "Attempting to download blobs...");
     m_downloads->schedule(transactions);
@@ -97,9 +85,17 @@ void VLKChangeWriteOperation::finishedProcessing() {
     if (failed()) {
         VLKLog::sharedInstance().logMessageAtLevel(100, "Too many errors. Rolling back the sync.");
         m_ctx->rollback();
-    } else if (const auto saved = m_ctx->save(); !saved && m_keepsEveryChange) {
-        failWith(saved.error());
+    } else if (const auto saved = m_ctx->save(); !saved) {
+        VLKLog::sharedInstance().logMessageAtLevel(100, "Unable to save the changes of the server: %@", saved.error());
+        if (m_keepsEveryChange) failWith(saved.error());
     }
+    tellDelegate();
+}
+
+void VLKChangeWriteOperation::abandon(const Error& error) {
+    VLKLog::sharedInstance().logMessageAtLevel(100, "Unable to look for the objects of received transactions: %@", error);
+    failWith(error);
+    m_ctx->rollback();
     tellDelegate();
 }
 

@@ -34,8 +34,9 @@ public:
 
 /// Writes one answer of the service into the store: replays its "new_xactions" in two passes, downloads the blobs of what it
 /// received, then saves, or rolls back after too many failed downloads. `main` runs on a pool thread with a context of its own
-/// and waits there for the downloads, which need the main run loop to run. An exception ends it with a report in the system log
-/// and nothing else: no save, no roll-back, no call of the delegate; only the completion block still runs.
+/// and waits there for the downloads, which need the main run loop to run. A store that cannot be read is a failure: it rolls
+/// back and tells the delegate. Any other exception ends it with a report in the system log and nothing else: no save, no
+/// roll-back, no call of the delegate; only the completion block still runs.
 class VELKOR_EXPORT VLKChangeWriteOperation : public NS::Operation {
 public:
     VLKChangeWriteOperation(NS::Dictionary result, VLKContextCreator contextCreator, std::string velkorSyncURL,
@@ -78,6 +79,8 @@ private:
     void writeAnswer();
     bool makeContext();
     void finishedProcessing();
+    /// Ends the operation when the store could not be read.
+    void abandon(const NS::Error& error);
     void failWith(const NS::Error& storeError);
     void tellDelegate();
     void report(const NS::Exception& exception) const;

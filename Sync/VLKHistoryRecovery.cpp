@@ -106,6 +106,14 @@ NS::Result<std::vector<VLKHistoryRecovery::Change>> VLKHistoryRecovery::newChang
     return changes;
 }
 
+NS::Result<void> VLKHistoryRecovery::skipAll() {
+    const auto newest = m_coordinator->newestHistorySequence();
+    if (!newest) return newest.error();
+    m_lookedAt = std::max(m_lookedAt, newest.value());
+    m_captured.removeUpTo(m_lookedAt);
+    return {};
+}
+
 std::int64_t VLKHistoryRecovery::token(std::optional<std::int64_t> oldestPending) const {
     return oldestPending ? std::min(*oldestPending - 1, m_lookedAt) : m_lookedAt;
 }

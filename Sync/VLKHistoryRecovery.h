@@ -51,6 +51,8 @@ public:
     /// The host's changes in rows not yet looked at, one an object, in the order of their rows: without those in hand, those of
     /// the engine, and those saved while nobody observed. Afterwards these rows have been looked at.
     NS::Result<std::vector<Change>> newChanges();
+    /// No row of the history is to be looked at any more.
+    NS::Result<void> skipAll();
     /// Up to here no row will be needed again, when `oldestPending` is the oldest row that a transaction still stands for.
     std::int64_t token(std::optional<std::int64_t> oldestPending) const;
     /// Lets the store forget the rows up to the token; only after the token was kept.

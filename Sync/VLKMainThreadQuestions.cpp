@@ -2,7 +2,9 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 
+#include "Sync/VLKGuardedStep.h"
 #include "platform/concurrency/OperationQueue.h"
 #include "platform/concurrency/RunLoop.h"
 
@@ -26,18 +28,18 @@ bool VLKMainThreadQuestions::ask(const std::function<void()>& question) {
         question();
         return true;
     }
-    const auto answered = std::make_shared<bool>(false);
+    const auto outcome = std::make_shared<std::optional<bool>>();
     // The question lives on the asker's stack: it is touched only while the asker waits, that is until `closed`.
-    NS::OperationQueue::mainQueue().addOperation([state = m_state, &question, answered] {
+    NS::OperationQueue::mainQueue().addOperation([state = m_state, &question, outcome] {
         if (state->isClosed()) return;
-        question();
+        const bool answered = runGuarded(question);
         const std::lock_guard lock(state->mutex);
-        *answered = true;
+        *outcome = answered;
         state->changed.notify_all();
     });
     std::unique_lock lock(m_state->mutex);
-    m_state->changed.wait(lock, [&] { return *answered || m_state->closed; });
-    return *answered;
+    m_state->changed.wait(lock, [&] { return *outcome || m_state->closed; });
+    return outcome->value_or(false);
 }
 
 void VLKMainThreadQuestions::close() {

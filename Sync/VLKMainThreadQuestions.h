@@ -11,7 +11,7 @@ public:
     VLKMainThreadQuestions();
 
     /// Runs the question on the main thread and waits for it (at once, when called there). False, without having run it, once
-    /// `close()` was called. Any thread.
+    /// `close()` was called, and when it raised, with an entry in the system log. Any thread.
     bool ask(const std::function<void()>& question);
     /// Open and later questions of other threads get no answer. Main thread.
     void close();

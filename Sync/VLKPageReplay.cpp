@@ -5,19 +5,11 @@
 #include "PelmoLib/NSManagedObject+JSON.h"
 #include "PelmoLib/VLKSyncableObject.h"
 #include "Sync/VLKPayloadDecoder.h"
+#include "Sync/VLKTransactionKeys.h"
 
 namespace velkor {
 
 using namespace NS;
-
-namespace {
-
-const ObjectClass* classNamed(const Value& name) {
-    const auto text = name.asString();
-    return text ? ObjectClass::forName(*text) : nullptr;
-}
-
-}  // namespace
 
 Result<void> VLKPageReplay::run() {
     if (auto loaded = loadObjects(); !loaded) return loaded;

@@ -3,6 +3,7 @@
 #include "PelmoLib/NSManagedObject+JSON.h"
 #include "PelmoLib/VLKSyncableObject.h"
 #include "PelmoLib/encodings/VLKLog.h"
+#include "Sync/VLKGuardedStep.h"
 #include "Sync/VLKTransaction.h"
 #include "objectstore/FetchRequest.h"
 #include "objectstore/Predicate.h"
@@ -35,16 +36,19 @@ void VLKPresentObjects::note(Entry& entry, std::string_view guid, std::shared_pt
     asked->second = {true, std::move(object)};
 }
 
-void VLKPresentObjects::fetch() {
+bool VLKPresentObjects::fetch() {
+    bool complete = true;
     for (const auto& entry : m_entries) {
         if (entry->wanted.empty() || !entry->kind.syncable()) continue;
         const auto fetched = entry->kind.judgedByValues() && entry->foundByClass ? fetchValues(*entry) : fetchObjects(*entry);
         if (!fetched) {
+            complete = false;
             VLKLog::sharedInstance().logMessageAtLevel(100, "Unable to look for changed objects: %@", fetched.error());
             for (const NS::Value& guid : entry->wanted) note(*entry, guid.asString().value_or(""), nullptr);
         }
         entry->wanted = {};
     }
+    return complete;
 }
 
 NS::Result<void> VLKPresentObjects::fetchValues(Entry& entry) {
@@ -59,7 +63,9 @@ NS::Result<void> VLKPresentObjects::fetchObjects(Entry& entry) {
     auto objects = m_ctx->executeFetchRequest(requestFor(entry.kind.entity(), entry.wanted));
     if (!objects) return objects.error();
     for (const auto& object : objects.value()) {
-        if (!entry.kind.excludesFromCapture(*object)) note(entry, guidOfObject(*object).asString().value_or(""), object);
+        bool isExcluded = false;
+        runGuarded([&] { isExcluded = entry.kind.excludesFromCapture(*object); });
+        if (!isExcluded) note(entry, guidOfObject(*object).asString().value_or(""), object);
     }
     return {};
 }
@@ -70,10 +76,6 @@ const VLKPresentObjects::Presence* VLKPresentObjects::presenceOf(const NS::Entit
     if (!entry) return nullptr;
     const auto asked = entry->asked.find(guid);
     return asked != entry->asked.end() && asked->second.present ? &asked->second : nullptr;
-}
-
-bool VLKPresentObjects::has(const NS::EntityDescription& entity, std::string_view guid) const {
-    return presenceOf(entity, guid) != nullptr;
 }
 
 std::shared_ptr<VLKTransaction> VLKPresentObjects::transactionOfType(std::string_view type, const NS::EntityDescription& entity,

@@ -23,11 +23,10 @@ public:
 
     /// To be looked for by the next `fetch`.
     void want(const NS::EntityDescription& entity, const NS::Value& guid);
-    /// Looks for what was wanted. When that fails, all of it counts as present: a change is rather sent in vain than lost.
-    void fetch();
+    /// Looks for what was wanted; returns whether that succeeded. What could not be looked for counts as present, and so does an
+    /// object whose members raise: a change is rather sent in vain than lost.
+    bool fetch();
 
-    /// Whether the entity has an object with this guid that is not excluded.
-    bool has(const NS::EntityDescription& entity, std::string_view guid) const;
     /// A local transaction about such an object. It finds its object when it is needed.
     std::shared_ptr<VLKTransaction> transactionOfType(std::string_view type, const NS::EntityDescription& entity,
                                                       const NS::Value& guid) const;

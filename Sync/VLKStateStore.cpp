@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
+
 #include "platform/persistence/AtomicFile.h"
 #include "platform/persistence/PropertyList.h"
 #include "platform/persistence/UserDefaults.h"
@@ -11,6 +13,12 @@ namespace velkor {
 namespace {
 
 constexpr std::string_view defaultsKey = "VELKOR_SYNC_STATE";
+
+/// A file that merely cannot be reached is none to write another over.
+bool isAbsent(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
 
 }  // namespace
 
@@ -23,7 +31,7 @@ std::optional<NS::Dictionary> VLKStateStore::read(const std::optional<std::strin
     }
     m_writtenMark.reset();
     NS::removeStaleTemporaryFiles(*path);
-    if (!markOf(*path)) return NS::Dictionary();
+    if (isAbsent(*path)) return NS::Dictionary();
     auto state = NS::dictionaryWithContentsOfFile(*path);
     if (!state) return std::nullopt;
     return std::move(state).value();

@@ -28,9 +28,14 @@ NS::MutableURLRequest deletion(std::string url) {
 
 void VLKSyncController::signupWithEmailAddress(std::string emailAddress, std::string password, VLKResultCallback callback) {
     const NS::Dictionary user{{"email", emailAddress}, {"password", password}, {"password_confirmation", password}};
-    const auto json = CJSONSerializer::serializer().serializeDictionary({{"user", user}}, nullptr);
+    std::optional<NS::Error> unwritable;
+    const auto json = CJSONSerializer::serializer().serializeDictionary({{"user", user}}, &unwritable);
+    if (!json) {
+        logMessage(100, "VLK Error: %@ while signing up.", unwritable);
+        return m_internals->onMainQueue([callback, unwritable] { answer(callback, false, unwritable); });
+    }
     const auto command =
-        m_internals->commandFor(m_internals->timed(postRequestForURLWithJSON(m_serverUrl + "/users.json", json.value_or(""))));
+        m_internals->commandFor(m_internals->timed(postRequestForURLWithJSON(m_serverUrl + "/users.json", *json)));
     command->setCompletionBlock([this, emailAddress, password, callback](const NS::Dictionary&) {
         setEmailAddress(emailAddress);
         setUserPassword(password);
@@ -69,8 +74,8 @@ void VLKSyncController::logoutWithCallback(VLKResultCallback callback) {
     }
     m_internals->commands.start(command);
     NS::CookieStorage::sharedStorage().deleteSessionCookiesForURL(m_serverUrl);
-    m_changes.clear();
-    m_internals->batchIsForsaken = true;
+    ++m_internals->logouts;
+    m_internals->forgetPendingChanges();
     setUserId({});
     setEmailAddress(std::nullopt);
     setUserPassword(std::nullopt);
@@ -109,8 +114,10 @@ void VLKSyncController::rollbackWithCompletionHandler(VLKResultCallback callback
 }
 
 void VLKSyncController::sendClientInfo(const NS::Dictionary& info, VLKResultCallback callback) {
-    const auto json = CJSONSerializer::serializer().serializeDictionary(info, nullptr);
-    const NS::Dictionary form{{"instance_id", NS::describe(m_instanceId)}, {"client_info", NS::describe(json)}};
+    std::optional<NS::Error> unwritable;
+    const auto json = CJSONSerializer::serializer().serializeDictionary(info, &unwritable);
+    if (!json) return m_internals->onMainQueue([callback, unwritable] { answer(callback, false, unwritable); });
+    const NS::Dictionary form{{"instance_id", NS::describe(m_instanceId)}, {"client_info", *json}};
     auto request = postRequestForURLParams(m_serverUrl + "/clientinfo.json", form);
     m_internals->runAccountCommand(m_internals->authenticated(std::move(request)), std::move(callback));
 }

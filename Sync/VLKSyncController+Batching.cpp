@@ -5,6 +5,7 @@
 #include "Sync/VLKBatchWriter.h"
 #include "Sync/VLKSchemaSerializer.h"
 #include "Sync/VLKSyncController+Internal.h"
+#include "Sync/VLKSyncStateKeys.h"
 #include "json/JSONWriter.h"
 #include "objectstore/PersistentStoreCoordinator.h"
 
@@ -44,7 +45,7 @@ std::optional<std::string> VLKSyncController::Internals::requestEnvelope() {
     writer.key("xactions");
     for (const std::string& guid : VLKBatchWriter().writeTransactions(writer, *self.m_batch))
         dropBadTransaction(*self.m_batch, guid);
-    writer.member("HIGHEST_XACTION", required(state["HIGHEST_XACTION"], "HIGHEST_XACTION"));
+    writer.member(SyncStateKey::highest, required(state[SyncStateKey::highest], SyncStateKey::highest));
     writer.member("current_time", NS::Date::now());
     writer.member("protocol_version", VLKProtocolVersion);
     if (self.m_appId) writer.member("app_id", *self.m_appId);
@@ -55,7 +56,7 @@ std::optional<std::string> VLKSyncController::Internals::requestEnvelope() {
     // Whole further chunks only.
     if (self.dataToBeSent()) writer.member("parts_remaining", self.m_changes.size() / chunkSize);
     writer.member("client_date", todayAtMidnight());
-    if (state["WS_LAST_SCHEMA_SENT"] != valueOf(self.m_latestModelVersion)) {
+    if (state[SyncStateKey::schemaSent] != valueOf(self.m_latestModelVersion)) {
         if (auto schema = VLKSchemaSerializer(self.m_ctx).asJSON()) writer.member("schema", *schema);
     }
     writer.endObject();
@@ -115,8 +116,7 @@ void VLKSyncController::launchChangesCommandWithJSON(std::optional<std::string> 
     if (auto durable = m_internals->coordinator->makeDurable(); !durable)
         return handleFailedChangesCommandWithError(durable.error());
     const std::string url = NS::format("%@/users/%@/transactions.json", m_serverUrl, m_userId);
-    auto request = postRequestForURLWithJSON(url, json ? std::string_view(*json) : std::string_view());
-    json.reset();
+    auto request = postRequestForURLWithJSON(url, json ? NS::Data(std::move(*json)) : NS::Data());
     const auto command = m_internals->commandFor(m_internals->authenticated(std::move(request)));
     command->setDelegate(this);
     const std::uint32_t task = m_internals->beginInterruptibleOperation(command);

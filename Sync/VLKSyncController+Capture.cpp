@@ -7,6 +7,7 @@
 #include "PelmoLib/NSManagedObjectContext+Utils.h"
 #include "PelmoLib/VLKSyncableObject.h"
 #include "Sync/VLKChangeWriteOperation.h"
+#include "Sync/VLKGuardedStep.h"
 #include "Sync/VLKPresentObjects.h"
 #include "Sync/VLKSyncController+Internal.h"
 #include "objectstore/FetchRequest.h"
@@ -146,13 +147,13 @@ void VLKSyncController::Internals::handleCapturedSaves() {
     const auto saves = capturedSaves->takeAll();
     VLKPresentObjects present(self.m_ctx);
     for (const VLKCapturedSave& save : saves) {
-        if (save.record) self.m_ctx->mergeChanges(*save.record);
+        if (save.record) runGuarded([&] { self.m_ctx->mergeChanges(*save.record); });
         for (const auto* changes : {&save.inserted, &save.updated}) {
             for (const Change& change : *changes) present.want(*change.entity, change.guid);
         }
     }
     present.fetch();
-    for (const VLKCapturedSave& save : saves) fileCapturedSave(save, present);
+    for (const VLKCapturedSave& save : saves) runGuarded([&] { fileCapturedSave(save, present); });
 }
 
 void VLKSyncController::Internals::fileCapturedSave(const VLKCapturedSave& save, const VLKPresentObjects& present) {

@@ -4,6 +4,7 @@
 #include "PelmoLib/encodings/NSNumber+Random.h"
 #include "Sync/VLKAnswer.h"
 #include "Sync/VLKSyncController+Internal.h"
+#include "objectstore/StoreReadFailure.h"
 
 namespace velkor {
 
@@ -16,6 +17,8 @@ constexpr std::int64_t unwritableRequest = 400;
 // A refused lock is asked for again after the interval and a random number of seconds: from the first, below the second.
 constexpr std::int32_t shortestDelay = 3;
 constexpr std::int32_t delayLimit = 20;
+
+NS::Error loggedOut() { return NS::Error::withDescription(NS::VelkorErrorDomain, unauthorized, "The user has logged out."); }
 
 }  // namespace
 
@@ -39,7 +42,9 @@ void VLKSyncController::lockWithContinuation(std::function<void()> continuation,
     changeReport([](VLKCycleReport& report) { report = {}; });
     const auto url = NS::format("%@/client/v%@/%@/%@/lock.json", m_serverUrl, VLKProtocolVersion, m_appId, m_instanceId);
     const auto command = m_internals->commandFor(m_internals->authenticated(NS::MutableURLRequest(url)));
-    command->setCompletionBlock([this, continuation = std::move(continuation)](const NS::Dictionary& answer) {
+    command->setCompletionBlock([this, continuation = std::move(continuation), failureHandler, logouts = m_internals->logouts,
+                                 turn = m_internals->locks.locksAskedFor() + 1](const NS::Dictionary& answer) {
+        if (logouts != m_internals->logouts) return m_internals->lockForsaken(turn, failureHandler);
         m_internals->lockGranted(answer);
         if (continuation) continuation();
     });
@@ -55,21 +60,30 @@ void VLKSyncController::Internals::lockGranted(const NS::Dictionary& answer) {
     if (takeRefreshInterval(answer)) self.resetTimer();
 }
 
+void VLKSyncController::Internals::lockForsaken(std::uint64_t turn, const std::function<void(const NS::Error&)>& failureHandler) {
+    const NS::Error error = loggedOut();
+    if (locks.locksAskedFor() == turn) failCycle(error);
+    if (failureHandler) failureHandler(error);
+}
+
 void VLKSyncController::Internals::lockRefused(const NS::Error& error,
                                                const std::function<void(const NS::Error&)>& failureHandler) {
-    self.setSyncInProgress(false);
+    // Whoever hears of it may log in anew at once, and that lock's state and callback are not to be taken for this one's.
+    const std::uint64_t turn = locks.locksAskedFor();
+    const auto loginCallback = self.m_loginCallback;
     self.changeReport([&](VLKCycleReport& report) { report.lockError = error; });
+    self.setSyncInProgress(false);
     if (error.code() == unauthorized) {
         logMessage(100, "VLK Error: %@ while verifying user.", error);
         self.m_lastError = error;
         if (failureHandler) failureHandler(error);
     }
-    if (error.code() == conflict && self.m_loginCallback) {
-        // Somebody else is syncing as this user: the credentials are right.
-        const auto callback = self.m_loginCallback;
-        callback(true, std::nullopt);
+    if (locks.locksAskedFor() != turn) {
+        if (loginCallback) loginCallback(false, error);
         return;
     }
+    // Somebody else is syncing as this user: the credentials are right.
+    if (error.code() == conflict && self.m_loginCallback) return tellLogin(true, std::nullopt);
     logMessage(200, "User busy.");
     self.resetTimerWithInterval(self.m_refreshInterval +
                                 static_cast<double>(numberWithRandomValueBetweenStart(shortestDelay, delayLimit)));
@@ -103,9 +117,12 @@ void VLKSyncController::sendUpdatesWithoutLock() {
     try {
         json = batchCurrentChanges();
     } catch (const NS::AssertionFailure&) {
+        resetBatch();  // a host that goes on all the same keeps its changes
         throw;
-    } catch (const NS::Exception& exception) {
-        return m_internals->failCycle(NS::Error::withDescription(NS::VelkorErrorDomain, unwritableRequest, exception.reason()));
+    } catch (const NS::StoreReadFailure& failure) {
+        return m_internals->failCycle(failure.error());
+    } catch (const std::exception& exception) {
+        return m_internals->failCycle(NS::Error::withDescription(NS::VelkorErrorDomain, unwritableRequest, exception.what()));
     }
     if (!m_userId) {
         launchVerifyCommandForJSON(std::move(json), m_emailAddress, m_userPassword);
@@ -126,10 +143,13 @@ void VLKSyncController::launchVerifyCommandForJSON(std::optional<std::string> js
     const auto command = verificationCommandForUsername(username, password);
     command->setDelegate(this);
     const std::uint32_t task = beginBackgroundOpWithHandler(nullptr);
-    command->setCompletionBlock([this, json = std::move(json)](const NS::Dictionary& answer) mutable {
+    // Copies of the block share the text, which may be large.
+    command->setCompletionBlock([this, body = std::make_shared<std::optional<std::string>>(std::move(json)),
+                                 logouts = m_internals->logouts](const NS::Dictionary& answer) {
+        if (logouts != m_internals->logouts) return m_internals->failCycle(loggedOut());
         setUserId(VLKAnswer::identifier(answer, "user_id"));
         m_internals->takeRefreshInterval(answer);
-        launchChangesCommandWithJSON(std::move(json));
+        launchChangesCommandWithJSON(std::move(*body));
         m_internals->tellLogin(true, std::nullopt);
     });
     command->setFailureBlock([this](const NS::Error& error) {

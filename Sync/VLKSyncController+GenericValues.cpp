@@ -83,11 +83,12 @@ void VLKSyncController::addTransactionsForGenericObjectsInSet(const NS::Array& g
 
 std::vector<std::string> VLKSyncController::guidsOfGenericValues() {
     std::vector<std::string> guids;
-    m_internals->questions.ask([&] {
+    const bool answered = m_internals->questions.ask([&] {
         for (const auto& [guid, info] : m_genericObjectGuids) {
             if (info->obj()->valueForKeyPath(info->keyPath())) guids.push_back(guid);
         }
     });
+    if (!answered) guids.clear();
     return guids;
 }
 

@@ -53,11 +53,17 @@ struct VLKSyncController::Internals {
     VLKRunningCommands commands;
     VLKLockSequence locks{commands};
     VLKStateStore stateStore;
+    /// Where the sync state was last loaded from; none: user defaults.
+    Text loadedPath;
+    /// What was taken over from older versions and has not been saved yet.
+    std::optional<NS::Dictionary> migratedState;
     VLKSavePacing savePacing;
     std::unique_ptr<VLKHistoryRecovery> history;  // only while every change is kept
     std::function<bool()> cycleGuard;
     /// Names the latest batch: an answer acknowledges the batch of its own request, not one that has left since.
     std::uint64_t batchNumber = 0;
+    /// Tells the answers to requests of a user who has logged out since.
+    std::uint64_t logouts = 0;
     /// The batch's user has logged out since: nothing of it comes back among the pending changes of the next one.
     bool batchIsForsaken = false;
     /// Transactions of the batch that have a place in the request.
@@ -91,8 +97,12 @@ struct VLKSyncController::Internals {
 
     // State.
     void takeInstanceId();
+    void logSavePath() const;
     /// Writes the sync state; returns whether it is kept.
     bool keepState();
+    void archivePendingChanges();
+    /// For good: a restart does not bring them back either.
+    void forgetPendingChanges();
     void keepStateAndHistoryToken();
     void saveAfterAnswer();
     void restorePendingChanges(const NS::Data& archive);
@@ -126,6 +136,8 @@ struct VLKSyncController::Internals {
 
     // Cycle.
     void lockGranted(const NS::Dictionary& answer);
+    /// The lock of a user who has logged out since. `turn`: the locks asked for when it was.
+    void lockForsaken(std::uint64_t turn, const std::function<void(const NS::Error&)>& failureHandler);
     void lockRefused(const NS::Error& error, const std::function<void(const NS::Error&)>& failureHandler);
     /// `turn`: the locks asked for when the unlock was.
     void unlockAnswered(std::uint64_t turn);

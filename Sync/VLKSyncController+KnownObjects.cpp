@@ -44,9 +44,9 @@ void VLKSyncController::sendObjectListing(const NS::Array& guids) {
     m_processingObjectListing = true;
     changeReport([](VLKCycleReport& report) { ++report.listings; });
 
-    const auto json = m_internals->listingBody(guids);
-    auto request =
-        postRequestForURLWithJSON(NS::format("%@/users/%@/known_objects/sync.json", m_serverUrl, m_userId), json.value_or(""));
+    auto json = m_internals->listingBody(guids);
+    auto request = postRequestForURLWithJSON(NS::format("%@/users/%@/known_objects/sync.json", m_serverUrl, m_userId),
+                                             json ? NS::Data(std::move(*json)) : NS::Data());
     request = m_internals->authenticated(std::move(request));
     request.setTimeoutInterval(std::max(shortestListingTimeout, m_requestTimeout));
     const auto command = m_internals->commandFor(std::move(request));

@@ -5,6 +5,7 @@
 #include "Sync/VLKAnswer.h"
 #include "Sync/VLKChangeWriteOperation.h"
 #include "Sync/VLKSyncController+Internal.h"
+#include "Sync/VLKSyncStateKeys.h"
 #include "Sync/VLKSyncableObjectHasher.h"
 
 namespace velkor {
@@ -12,8 +13,6 @@ namespace velkor {
 namespace {
 
 constexpr std::string_view transactionsKey = "new_xactions";
-constexpr std::string_view highestKey = "HIGHEST_XACTION";
-constexpr std::string_view schemaKey = "WS_LAST_SCHEMA_SENT";
 // Codes of the library's errors.
 constexpr std::int64_t operationNotFinished = 500;
 constexpr std::int64_t unreadableStore = 501;
@@ -151,15 +150,15 @@ std::optional<NS::Error> VLKSyncController::Internals::failureOf(const VLKChange
 void VLKSyncController::Internals::recordSchemaSent() {
     if (!self.m_syncState) return self.saveSyncState();
     const NS::Value version = self.m_latestModelVersion ? NS::Value(*self.m_latestModelVersion) : NS::Value();
-    const bool isNew = version && (*self.m_syncState)[schemaKey] != version;
-    if (isNew) self.m_syncState->set(schemaKey, version);
+    const bool isNew = version && (*self.m_syncState)[SyncStateKey::schemaSent] != version;
+    if (isNew) self.m_syncState->set(SyncStateKey::schemaSent, version);
     // While a save waits, only a new entry is worth writing the queue again.
     if (isNew || !savePacing.isWaiting()) self.saveSyncState();
 }
 
 void VLKSyncController::Internals::takeHighestTransaction(const NS::Dictionary& answer) {
-    NS::Value highest = VLKAnswer::identifier(answer, highestKey);
-    if (highest && self.m_syncState) self.m_syncState->set(highestKey, std::move(highest));
+    NS::Value highest = VLKAnswer::identifier(answer, SyncStateKey::highest);
+    if (highest && self.m_syncState) self.m_syncState->set(SyncStateKey::highest, std::move(highest));
 }
 
 void VLKSyncController::Internals::answerWritten(const NS::Dictionary& answer, std::uint64_t batch, std::uint32_t taskId) {

@@ -6,14 +6,15 @@
 #include <cstdlib>
 #include <utility>
 
+#include "PelmoLib/encodings/NSData+Digests.h"
 #include "PelmoLib/encodings/NSNumber+Random.h"
 #include "PelmoLib/encodings/NSString+UUID.h"
 #include "Sync/VLKByteCount.h"
 #include "Sync/VLKChangeWriteOperation.h"
+#include "Sync/VLKGuardedStep.h"
 #include "Sync/VLKSyncController+Internal.h"
 #include "Sync/VLKTransferProgress.h"
 #include "objectstore/PersistentStoreCoordinator.h"
-#include "platform/base/SystemLog.h"
 #include "platform/concurrency/RunLoop.h"
 #include "platform/concurrency/UserInput.h"
 #include "platform/persistence/Bundle.h"
@@ -42,6 +43,9 @@ VLKSyncController* VLKSyncController::globalInstanceWithServerURL(std::string se
             "current instance.");
     }
     globalController = new VLKSyncController(std::move(serverURL), std::move(contextCreator));
+    // The cryptographic library registers its own end at its first use. Here, so that the teardown, which may still be hashing,
+    // comes before it.
+    (void)sha256Hash({});
     // Registered last, so it runs before anything that the controller uses is destroyed.
     std::atexit([] {
         if (NS::RunLoop::isMainThread()) delete std::exchange(globalController, nullptr);
@@ -65,7 +69,8 @@ VLKSyncController::VLKSyncController(std::string serverURL, VLKContextCreator co
     m_ctxCreator = std::move(contextCreator);
 
     const auto creator = VLKMocCreator::sharedInstanceWithCreatorBlock(m_ctxCreator);
-    m_ctx = m_ctxCreator();
+    m_ctx = m_ctxCreator ? m_ctxCreator() : nullptr;
+    NS::assertThat(m_ctx != nullptr, "The SyncController needs a context when it is created");
     m_ctx->setAuthor(std::string(VLKSyncAuthor));
     m_internals->coordinator = m_ctx->persistentStoreCoordinator();
     creator->setCtx(m_ctx);
@@ -104,12 +109,8 @@ void VLKSyncController::Internals::observeSaves() {
     // The center may still call while teardown removes the observer, from a thread that is saving: so the queue of saves is
     // shared.
     const auto handle = [this](const NS::Notification& notification) {
-        try {
-            self.dataChanged(notification);
-        } catch (const NS::Exception& exception) {
-            // A host's save never fails because of us.
-            NS::systemLog(NS::format("%@: %@", exception.name(), exception.reason()));
-        }
+        // A host's save never fails because of us.
+        runGuarded([&] { self.dataChanged(notification); });
     };
     didSaveObserver = NS::NotificationCenter::defaultCenter().addObserver(
         NS::ManagedObjectContextDidSaveNotification, nullptr, nullptr,

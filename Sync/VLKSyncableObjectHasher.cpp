@@ -1,6 +1,5 @@
 #include "Sync/VLKSyncableObjectHasher.h"
 
-#include <limits>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>

@@ -5,6 +5,7 @@
 #include "Sync/VLKReceivedPayload.h"
 #include "Sync/VLKTransaction.h"
 #include "Sync/VLKTransactionKeys.h"
+#include "objectstore/StoreReadFailure.h"
 #include "platform/base/Exception.h"
 #include "platform/base/Format.h"
 #include "platform/base/SystemLog.h"
@@ -23,11 +24,6 @@ void logMissing(const Value& destinationType, const Value& guid, const std::opti
     VLKLog::sharedInstance().logMessageAtLevel(
         100, "Unable to find object for destination object of type: %@ with guid: %@ error: %@", destinationType, guid,
         error ? std::optional(error->localizedDescription()) : std::nullopt);
-}
-
-const ObjectClass* classNamed(const Value& name) {
-    const auto text = name.asString();
-    return text ? ObjectClass::forName(*text) : nullptr;
 }
 
 /// Relationship names that a replay leaves alone on one object.
@@ -92,6 +88,8 @@ void replayToOne(ManagedObject* object, std::string_view name, const Dictionary&
         auto destination = findDestination(lookup, classNamed(type), guid, error);
         if (!destination) return logMissing(type, guid, error);
         if (object) object->setValueForKey(destination, name);
+    } catch (const StoreReadFailure&) {
+        throw;  // the whole page must come again
     } catch (const Exception& exception) {
         systemLog(format("Failed to inflate object %@ due to error: %@", guid, exception.reason()));
     }

@@ -35,6 +35,11 @@ Value textUnderKey(const Dictionary& dictionary, std::string_view key) {
     return {};
 }
 
+const ObjectClass* classNamed(const Value& name) {
+    const auto text = name.asString();
+    return text ? ObjectClass::forName(*text) : nullptr;
+}
+
 VLKTransaction::VLKTransaction() noexcept = default;
 VLKTransaction::~VLKTransaction() = default;
 

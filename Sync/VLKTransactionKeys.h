@@ -3,6 +3,7 @@
 
 #include <string_view>
 
+#include "objectstore/ObjectClass.h"
 #include "platform/base/Dictionary.h"
 #include "platform/base/Value.h"
 
@@ -21,5 +22,8 @@ inline constexpr std::string_view genericObjectId = "xaction_generic_object_id";
 
 /// The text under the key; nil when there is none, and, with a line at level 100, when the value is of another type.
 NS::Value textUnderKey(const NS::Dictionary& dictionary, std::string_view key);
+
+/// The host's class of that name; null when there is none or the value is no text.
+const NS::ObjectClass* classNamed(const NS::Value& name);
 
 }  // namespace velkor

@@ -115,6 +115,57 @@ TEST_F(AccountTest, whatIsOnItsWayAtALogoutDoesNotReachTheNextUser) {
     EXPECT_THAT(pending(), ElementsAre("bob's INSERT")) << "his own changes come back";
 }
 
+TEST_F(AccountTest, anAnswerThatComesAfterTheLogoutLogsNobodyIn) {
+    struct Case {
+        std::string request;
+        std::string answer;
+        std::vector<std::string> told;
+    };
+    for (const auto& [request, granted, told] :
+         {Case{"/client/v1.5/", "{}", {"no"}}, Case{"/transactions/verify.json", R"({"user_id":7})", {"yes"}}}) {
+        SCOPED_TRACE(request);
+        controller->setUserId({});
+        service.script("GET", "/client/v1.5/", {FakeAnswer::json("{}")});
+        service.script("GET", request, {FakeAnswer::json(granted).heldUntilReleased()});
+        addNote("for " + request);
+        save();
+        std::vector<std::string> heard;
+        controller->loginWithEmailAddress("ann@example.org", "secret", [&](bool success, const std::optional<NS::Error>&) {
+            heard.push_back(success ? "yes" : "no");
+            if (success) controller->lockWithContinuation([this] { controller->sendUpdatesWithoutLock(); });
+        });
+        ASSERT_TRUE(service.awaitRequests(1, request));
+        controller->logout();
+        const auto unlocks = service.requestCount("/client/org");
+        service.release();
+        ASSERT_TRUE(runUntil([&] { return service.requestCount("/client/org") > unlocks; }));
+        ASSERT_TRUE(runUntil([this] { return controller->cycleReport().unlockAnswered; }));
+        EXPECT_EQ(heard, told);
+        EXPECT_FALSE(controller->loggedIn());
+        EXPECT_FALSE(controller->syncInProgress());
+        EXPECT_EQ(controller->batch(), nullptr);
+        EXPECT_THAT(pending(), IsEmpty());
+        EXPECT_EQ(service.requestCount("/users/(null)"), 0U);
+        EXPECT_EQ(service.requestCount("/users/7"), 0U);
+    }
+}
+
+TEST_F(AccountTest, aLogoutSurvivesARestart) {
+    controller->load();
+    addNote("ann's");
+    save();
+    controller->save();
+    addNote("saved just before");
+    ASSERT_TRUE(host->save().ok());  // its block stays queued
+    controller->logout();
+    settle();
+    EXPECT_THAT(pending(), IsEmpty());
+    controller.reset();
+    controller = newController();
+    controller->load();
+    EXPECT_THAT(pending(), IsEmpty());
+}
+
 TEST_F(AccountTest, logoutDropsTheSessionCookiesOfTheService) {
     service.script("GET", "/clientinfo.json",
                    {FakeAnswer::json("{}")
@@ -135,6 +186,14 @@ TEST_F(AccountTest, logoutDropsTheSessionCookiesOfTheService) {
     };
     EXPECT_THAT(namesFor("127.0.0.1"), ElementsAre("kept"));
     EXPECT_THAT(namesFor("localhost"), testing::UnorderedElementsAre("session", "kept"));
+}
+
+TEST_F(AccountTest, whatCannotBeWrittenIsNotSent) {
+    const std::string noUtf8 = "\xFF";
+    const auto refused = outcomeOf([&](auto done) { controller->signupWithEmailAddress("b@x", noUtf8, done); });
+    EXPECT_THAT(refused, testing::StartsWith("no "));
+    EXPECT_EQ(outcomeOf([&](auto done) { controller->sendClientInfo({{"name", noUtf8}}, done); }), refused);
+    EXPECT_THAT(traffic(), IsEmpty());
 }
 
 TEST_F(AccountTest, registeredClientsAreHandedOn) {

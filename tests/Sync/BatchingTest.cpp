@@ -1,12 +1,17 @@
 // Batching: which of the pending changes a request carries, and what else it says.
 #include <gmock/gmock.h>
 
+#include <stdexcept>
+
+#include "PelmoLib/VLKSyncableObject.h"
 #include "PelmoLib/encodings/NSData+Compression.h"
 #include "PelmoLib/encodings/NSData_Base64.h"
 #include "PelmoLib/encodings/NSDate+Utils.h"
 #include "PelmoLib/encodings/VLKLog.h"
 #include "Sync/VLKGenericValueTransaction.h"
 #include "json/CJSONDeserializer.h"
+#include "objectstore/ObjectClass.h"
+#include "objectstore/StoreReadFailure.h"
 #include "platform/concurrency/NotificationCenter.h"
 #include "tests/Sync/ControllerTest.h"
 
@@ -85,6 +90,38 @@ TEST_F(BatchingTest, anUnreadableStoreLosesNoChange) {
     store.renameTable("away", "e_Note");
     sync();
     EXPECT_THAT(keysOf(*changesRequest(0)["xactions"].asDictionary()), ElementsAre("n0", "n1"));
+}
+
+TEST_F(BatchingTest, whatAMemberOfTheHostRaisesLosesNoChange) {
+    struct Case {
+        std::string what;
+        std::function<void()> raise;
+        bool reachesTheHost;
+    };
+    const NS::Error unreadable(NS::PlatformErrorDomain, 77);
+    for (const auto& [what, raise, reachesTheHost] : {Case{"standard", [] { throw std::runtime_error("host"); }, false},
+                                                      Case{"unreadable", [&] { throw NS::StoreReadFailure(unreadable); }, false},
+                                                      Case{"assertion", [] { NS::assertThat(false, "host"); }, true}}) {
+        SCOPED_TRACE(what);
+        controller->setSyncInProgress(false);
+        notes::registerClasses();
+        addNote(what);
+        save();
+        NS::ObjectClass::registerClass<Note>("Note").adopt(VLKSyncableObject).getter("title", [&](const NS::ManagedObject&) {
+            raise();
+            return NS::Value();
+        });
+        if (reachesTheHost) {
+            EXPECT_THROW(sync(), NS::AssertionFailure);
+        } else {
+            sync();
+            EXPECT_EQ(controller->lastError()->localizedDescription(),
+                      what == "standard" ? "host" : unreadable.localizedDescription());
+        }
+        EXPECT_EQ(controller->batch(), nullptr);
+        EXPECT_TRUE(controller->changes().contains(what));
+        EXPECT_EQ(service.requestCount("/users/"), 0U);
+    }
 }
 
 TEST_F(BatchingTest, chunksOfAHundred) {

@@ -1,6 +1,7 @@
 // Change capture: what a save of the host's store leaves among the pending changes.
 #include <gmock/gmock.h>
 
+#include <stdexcept>
 #include <thread>
 
 #include "PelmoLib/VLKSyncableObject.h"
@@ -54,6 +55,27 @@ TEST_F(CaptureTest, savesThatWaitAreHandledTogetherAsIfAlone) {
     settle();
     EXPECT_THAT(pending(), ElementsAre("kept UPDATE", "tag INSERT", "gone DELETE", "book INSERT"));
     EXPECT_THAT(log.entries(), ElementsAre("Unable to find requested object: gone"));
+}
+
+TEST_F(CaptureTest, anObjectWhoseMemberRaisesDoesNotHoldTheOthersBack) {
+    NS::ObjectClass::registerClass<Note>("Note")
+        .adopt(VLKSyncableObject)
+        .answers("expired", [this](const NS::ManagedObject& note) {
+            // Not on the saving thread: there the whole save would be lost.
+            if (note.managedObjectContext() != host.get() && guidOfObject(note) == NS::Value("raises"))
+                throw std::runtime_error("no answer");
+            return NS::Value(false);
+        });
+    addNote("first");
+    ASSERT_TRUE(host->save().ok());
+    addNote("raises");
+    ASSERT_TRUE(host->save().ok());
+    insertObject(*host, "Tag", "last");
+    ASSERT_TRUE(host->save().ok());
+    LogCapture log;
+    settle();
+    EXPECT_THAT(pending(), ElementsAre("first INSERT", "raises INSERT", "last INSERT"));
+    EXPECT_THAT(log.entries(), ElementsAre("no answer"));
 }
 
 TEST_F(CaptureTest, flagsAndClassesDecideWhatTakesPart) {

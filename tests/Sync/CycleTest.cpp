@@ -145,6 +145,25 @@ TEST_F(CycleTest, loginsHearOfTheirLock) {
     EXPECT_FALSE(controller->loginCallback());
 }
 
+TEST_F(CycleTest, aLoginTriedAgainInsideTheCallbackDoesNotHearOfTheFormer) {
+    answerLocks({FakeAnswer::json("{}", 401), FakeAnswer::json(R"({"user_id":7})").heldUntilReleased()});
+    controller->loginWithEmailAddress("bob@example.org", "wrong", [this](bool success, const std::optional<NS::Error>& error) {
+        login()(success, error);
+        if (controller->userPassword() != "wrong") return;
+        controller->loginWithEmailAddress("bob@example.org", "right", [this](bool again, const std::optional<NS::Error>&) {
+            events.push_back(NS::format("second login %@", again));
+        });
+    });
+    ASSERT_TRUE(service.awaitRequests(2, "/client/v1.5/"));
+    settle();
+    EXPECT_THAT(events, ElementsAre("login 0 401", "login 0 401"));
+    EXPECT_TRUE(controller->syncInProgress());
+    EXPECT_FALSE(controller->cycleReport().lockError);
+    service.release();
+    ASSERT_TRUE(runUntil([this] { return idleAgain(); }));
+    EXPECT_EQ(events.back(), "second login 1");
+}
+
 TEST_F(CycleTest, aBusyUserKeepsTheContinuationOfALogin) {
     answerLocks({FakeAnswer::busy()});
     controller->setContinuation(continuation());

@@ -1,9 +1,13 @@
 // Generic values: key paths of observed objects outside the store.
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <thread>
 
 #include "Sync/VLKGenericObjectInfo.h"
+#include "Sync/VLKMainThreadQuestions.h"
+#include "platform/base/Exception.h"
+#include "platform/concurrency/RunLoop.h"
 #include "tests/Sync/ControllerTest.h"
 
 namespace velkor::test {
@@ -126,6 +130,19 @@ TEST_F(GenericValuesTest, logsItsMessages) {
                     [this] { controller->unregisterObservationOfKeyPath("theme", "prefs"); },
                     {NS::format("Ignoring the attempt to remove a non-existent observer of %@ with token %@",
                                 controller->description(), "")}}});
+}
+
+TEST(MainThreadQuestionsTest, aQuestionThatRaisesIsAnsweredAllTheSame) {
+    NS::RunLoop::main();
+    VLKMainThreadQuestions questions;
+    LogCapture log;
+    std::atomic<int> answer = -1;
+    std::thread asker([&] { answer = questions.ask([] { throw NS::Exception("Name", "reason"); }); });
+    EXPECT_TRUE(NS::RunLoop::main().runUntil([&] { return answer >= 0; }, 30));
+    questions.close();
+    asker.join();
+    EXPECT_EQ(answer, 0);
+    EXPECT_THAT(log.entries(), ElementsAre("Name: reason"));
 }
 
 }  // namespace

@@ -215,6 +215,31 @@ TEST_F(HistoryRecoveryTest, changesOfOtherProcessesAreFiledAtTheStartOfACycle) {
     EXPECT_EQ(keptRows(), 0U);
 }
 
+TEST_F(HistoryRecoveryTest, aLogoutLeavesNothingToRecover) {
+    addNote("sent");
+    save();
+    controller->readyCurrentChunk();
+    addNote("pending");
+    save();
+    EXPECT_EQ(runHost("onlySaves"), 0);
+    controller->logout();
+    EXPECT_EQ(keptRows(), 0U);
+    restart();
+    EXPECT_THAT(pending(), IsEmpty());
+}
+
+TEST_F(HistoryRecoveryTest, aDeletionIsFiledThoughTheStoreCannotBeReadMeanwhile) {
+    addNote("n");
+    save();
+    sync();
+    host->deleteObject(fetchObject(*host, "Note", "n"));
+    save();
+    store.renameTable("e_Note", "away");
+    restart();
+    store.renameTable("away", "e_Note");
+    EXPECT_THAT(pending(), ElementsAre("n DELETE"));
+}
+
 TEST_F(HistoryRecoveryTest, aStateOfAnotherStoreHidesNothing) {
     controller->syncState()->set("STORE_HISTORY_TOKEN", 1'000'000);
     controller->saveSyncState();

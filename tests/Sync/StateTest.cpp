@@ -4,11 +4,17 @@
 
 #include <atomic>
 #include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <future>
+#include <mutex>
 #include <thread>
 
 #include "PelmoLib/JSONWebCommand.h"
 #include "PelmoLib/VLKMocCreator.h"
+#include "PelmoLib/encodings/NSData+Digests.h"
 #include "Sync/VLKByteCount.h"
 #include "Sync/VLKSavePacing.h"
 #include "platform/concurrency/NotificationCenter.h"
@@ -77,6 +83,8 @@ TEST_F(StateTest, thereIsOneGlobalController) {
     };
     EXPECT_EQ(reasonOf([] { VLKSyncController::globalInstance(); }),
               "SyncController has not been initialized.  Call -globalInstanceWithContextCreator first!");
+    EXPECT_EQ(reasonOf([] { TestController("http://127.0.0.1:1", nullptr); }),
+              "The SyncController needs a context when it is created");
     const auto make = [this] {
         return VLKSyncController::globalInstanceWithServerURL(service.url(), [this] { return store.newContext(); });
     };
@@ -170,6 +178,66 @@ TEST_F(StateTest, damagedStateIsNeitherUsedNorOverwritten) {
     controller->saveSyncState();
     controller->load();
     EXPECT_THAT(pending(), ElementsAre("a INSERT"));
+}
+
+TEST_F(StateTest, whatCannotBeReachedIsNotTakenForAbsent) {
+    std::filesystem::create_symlink("SyncState.plist", statePath());  // leads to itself
+    controller->load();
+    EXPECT_EQ(controller->syncState(), nullptr);
+    controller->save();
+    EXPECT_TRUE(std::filesystem::is_symlink(statePath()));
+}
+
+TEST_F(StateTest, whatWasTakenOverFromLegacyDefaultsIsKeptWithTheFirstStateFile) {
+    controller.reset();
+    (void)defaults().setObject(41, "HIGHEST_XACTION");
+    (void)defaults().setObject("legacy-identity", "INSTANCE_IDENTIFIER");
+    controller = newController();
+    controller->load();
+    EXPECT_EQ(controller->instanceId(), "legacy-identity");
+    controller->save();
+    EXPECT_EQ(stateFile()["HIGHEST_XACTION"], NS::Value(41));
+    std::filesystem::remove(statePath());
+    controller->load();
+    EXPECT_EQ((*controller->syncState())["HIGHEST_XACTION"], NS::Value(-1)) << "once kept, the file alone counts";
+}
+
+/// Digests something once the teardown cancels it.
+class HashesWhenCancelled : public NS::Operation {
+public:
+    void main() override {
+        started.set_value();
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return isCancelled(); });
+        (void)md5Hash({});
+        std::fputs("hashed", stderr);
+    }
+    void cancel() override {
+        const std::lock_guard lock(m_mutex);
+        NS::Operation::cancel();
+        m_changed.notify_all();
+    }
+
+    std::promise<void> started;
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+};
+
+TEST(TeardownTest, hashingAtTheProcessesEndStillWorks) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto host = [] {
+        const NotesStore store;
+        auto* controller =
+            VLKSyncController::globalInstanceWithServerURL("http://127.0.0.1:1", [&] { return store.newContext(); });
+        (void)sha256Hash({});
+        const auto operation = std::make_shared<HashesWhenCancelled>();
+        controller->hashingQueue().addOperation(operation);
+        operation->started.get_future().wait();
+        std::exit(0);
+    };
+    EXPECT_EXIT(host(), testing::ExitedWithCode(0), "hashed");
 }
 
 TEST_F(StateTest, anUnchangedStateIsNotWrittenAgain) {

@@ -156,7 +156,9 @@ TEST_F(VLKChangeWriteOperationTest, AFailedSaveCountsOnlyForThoseWhoKeepEveryCha
     for (bool keeps : {false, true}) {
         const auto operation = operationFor(unsavable);
         operation->setKeepsEveryChange(keeps);
+        LogCapture log;
         run(operation);
+        EXPECT_THAT(log.entries(), ElementsAre(testing::StartsWith("Unable to save the changes of the server: ")));
         EXPECT_THAT(tags(), IsEmpty());
         EXPECT_EQ(operation->failed(), keeps);
         ASSERT_EQ(operation->errors().size(), keeps ? 1u : 0u);
@@ -166,18 +168,27 @@ TEST_F(VLKChangeWriteOperationTest, AFailedSaveCountsOnlyForThoseWhoKeepEveryCha
 }
 
 TEST_F(VLKChangeWriteOperationTest, WhatCannotBeLookedUpIsNotTakenForAbsent) {
-    run(operationFor(answerWith(Array{insertOfTag("t1")})));
-    delegate.calls.clear();
-    LogCapture log;
-    const auto again = operationFor(answerWith(Array{insertOfTag("t1"), insertOfTag("t2")}));
-    store.renameTable("e_Tag", "elsewhere");
-    run(again);
-    store.renameTable("elsewhere", "e_Tag");
-    EXPECT_TRUE(again->failed());
-    EXPECT_EQ(again->errors().size(), 1u);
-    EXPECT_FALSE(again->ctx()->hasChanges()) << "rolled back";
-    EXPECT_THAT(delegate.calls, ElementsAre(again.get()));
-    EXPECT_THAT(tags(), ElementsAre("t1"));
+    const Dictionary note = received("INSERT_XACTION", "Note", "n1", R"({"attributes":{"guid":"n1"}})");
+    run(operationFor(answerWith(Array{insertOfTag("t1"), note})));
+    struct Case {
+        const char* table;
+        Array page;
+    };
+    for (const auto& [table, page] : {Case{"e_Tag", {insertOfTag("t1"), insertOfTag("t2")}},
+                                      Case{"j_Note.tags", {insertOfTag("t2"), received("DELETE_XACTION", "Note", "n1")}}}) {
+        SCOPED_TRACE(table);
+        delegate.calls.clear();
+        LogCapture log;
+        const auto again = operationFor(answerWith(page));
+        store.renameTable(table, "elsewhere");
+        run(again);
+        store.renameTable("elsewhere", table);
+        EXPECT_TRUE(again->failed());
+        EXPECT_EQ(again->errors().size(), 1u);
+        EXPECT_FALSE(again->ctx()->hasChanges()) << "rolled back";
+        EXPECT_THAT(delegate.calls, ElementsAre(again.get()));
+        EXPECT_THAT(tags(), ElementsAre("t1"));
+    }
 }
 
 TEST_F(VLKChangeWriteOperationTest, EntriesBecomeTransactionsInOrder) {
