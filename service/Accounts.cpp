@@ -10,10 +10,10 @@
 #include "PelmoLib/encodings/NSData_Base64.h"
 #include "PelmoLib/encodings/VLKLog.h"
 #include "json/CJSONDeserializer.h"
-#include "json/JSONWriter.h"
 #include "platform/base/Exception.h"
 #include "platform/base/UTF8.h"
 #include "service/Forms.h"
+#include "service/Users.h"
 
 namespace velkor::service {
 namespace {
@@ -60,22 +60,6 @@ std::variant<std::string, Response> hashOfNewPassword(std::string_view email, st
     return hashPassword(credentials->password);
 }
 
-/// Takes as long as a check, so that time does not tell unknown users from known ones.
-void pretendToCheck(std::string_view password) {
-    static const std::string hash = hashPassword(randomBytes(16));
-    verifyPassword(password, hash);
-}
-
-std::string userAnswer(std::int64_t id) {
-    std::string text;
-    JSONWriter writer(text);
-    writer.beginObject();
-    writer.key("user_id");
-    writer.number(id);
-    writer.endObject();
-    return text;
-}
-
 }  // namespace
 
 struct Accounts::Account {
@@ -101,9 +85,7 @@ Response Accounts::signUp(std::string_view json) {
         if (connection.run(addUser, *email, std::get<std::string>(hash)) == 0) {
             return Response::error(409, "This e-mail address is taken.");
         }
-        auto rows = connection.query(findUser, *email);
-        rows.next();
-        return Response::json(userAnswer(rows.integer(0)));
+        return userAnswer(userWithEmail(connection, *email).value());
     });
 }
 
@@ -150,10 +132,10 @@ bool Accounts::isNewReset(const std::string& email) {
     return true;
 }
 
-Response Accounts::verify(const User& user) const { return Response::json(userAnswer(user.id)); }
+Response Accounts::verify(const User& user) const { return userAnswer(user.id); }
 
 std::variant<User, Response> Accounts::authenticate(const Request& request) {
-    const Response refusal = Response::error(401, "The e-mail address or the password is wrong.");
+    const Response refusal = unauthorised();
     auto credentials = credentialsFromHeader(request.authorization);
     if (!credentials || credentials->email.size() > longestEmail || credentials->password.size() > 4 * longestPassword)
         return refusal;
@@ -171,8 +153,9 @@ std::variant<User, Response> Accounts::authenticate(const Request& request) {
             return later;
         }
     }
-    if (!account) pretendToCheck(credentials->password);
-    if (!account || !isRight(*account, *credentials)) {
+    // An unknown user is checked as well, so that time does not tell it from a known one.
+    static const Account nobody{0, hashPassword(randomBytes(16)), 0};
+    if (!isRight(account ? *account : nobody, *credentials) || !account) {
         addFailure(credentials->email);
         return refusal;
     }

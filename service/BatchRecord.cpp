@@ -19,6 +19,13 @@ constexpr Sql findHolders{
     "objects.guid = :guid AND objects.number > batches.above AND objects.instance = batches.instance) OR EXISTS (SELECT 1 "
     "FROM repeats WHERE repeats.partition_id = partitions.id AND repeats.guid = :guid)) LIMIT 2",
     "tt:iii"};
+constexpr Sql findInstance{
+    "SELECT batches.instance FROM locks CROSS JOIN batches WHERE locks.user_id = :user AND locks.held = 1 AND "
+    "batches.partition_id = :partition AND batches.lock_serial = locks.serial AND (EXISTS (SELECT 1 FROM objects WHERE "
+    "objects.partition_id = :partition AND objects.guid = :guid AND objects.number > batches.above AND objects.instance = "
+    "batches.instance) OR EXISTS (SELECT 1 FROM repeats WHERE repeats.partition_id = :partition AND repeats.guid = :guid))",
+    "iit:i"};
+constexpr Sql dropBatch{"DELETE FROM batches WHERE partition_id = :partition", "i:"};
 constexpr Sql findBlobOwners{
     "SELECT DISTINCT partitions.user_id, partitions.id FROM blobs JOIN partitions ON partitions.id = blobs.partition_id WHERE "
     "blobs.guid = :guid AND partitions.app = :app LIMIT 2",
@@ -38,11 +45,21 @@ void recordBatch(Connection& connection, std::int64_t partition, std::int64_t lo
     for (const auto guid : repeats) connection.run(addRepeat, partition, guid);
 }
 
+void forgetBatch(Connection& connection, std::int64_t partition) {
+    connection.run(dropBatch, partition);
+    connection.run(dropRepeats, partition);
+}
+
 std::vector<BatchHolder> holdersThatNamed(Connection& connection, std::string_view app, std::string_view guid) {
     std::vector<BatchHolder> holders;
     auto rows = connection.query(findHolders, app, guid);
     while (rows.next()) holders.push_back({rows.integer(0), rows.integer(1), rows.integer(2)});
     return holders;
+}
+
+std::int64_t instanceThatNamed(Connection& connection, std::int64_t user, std::int64_t partition, std::string_view guid) {
+    auto rows = connection.query(findInstance, user, partition, guid);
+    return rows.next() ? rows.integer(0) : 0;
 }
 
 BlobOwner blobOwner(Connection& connection, std::string_view app, std::string_view guid) {

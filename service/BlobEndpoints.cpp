@@ -9,6 +9,7 @@
 #include "service/Fingerprints.h"
 #include "service/Forms.h"
 #include "service/Partition.h"
+#include "service/Users.h"
 #include "service/Withholding.h"
 
 namespace velkor::service {
@@ -26,7 +27,6 @@ constexpr Sql storeNumberForUndo{"UPDATE undo SET number = :number, touched = :n
                                  "iii:"};
 constexpr Sql noteNumber{"UPDATE instances SET last_number = :number WHERE id = :id", "ii:"};
 
-Response unauthorised() { return Response::error(401, "The e-mail address or the password is wrong."); }
 Response notUploaded() { return Response::error(409, "No blob with this hash was uploaded."); }
 
 Response answerWith(std::string_view name, std::string_view text) {
@@ -81,6 +81,7 @@ Response BlobEndpoints::read(const BlobCall& call) {
 
 Response BlobEndpoints::write(const BlobCall& call) {
     const auto name = writeForOwner(call, [&](Connection& connection, Owner owner) -> std::optional<std::string> {
+        if (!isUser(connection, owner.user)) return std::nullopt;
         if (owner.partition == 0) owner.partition = Partition::obtain(connection, owner.user, call.app).id;
         m_locks.noteTransfer(connection, owner.user);
         return BlobTable(connection, owner.partition, call.guid, call.attribute).addUpload(m_now());
@@ -141,17 +142,14 @@ Response BlobEndpoints::remove(const BlobCall& call) {
 }
 
 std::optional<BlobEndpoints::Owner> BlobEndpoints::ownerOf(Connection& connection, const BlobCall& call) {
+    if (call.user) {
+        const auto partition = Partition::find(connection, call.user->id, call.app);
+        if (!partition) return Owner{call.user->id, 0, 0};
+        return Owner{call.user->id, partition->id, instanceThatNamed(connection, call.user->id, partition->id, call.guid)};
+    }
     const auto holders = holdersThatNamed(connection, call.app, call.guid);
-    if (!call.user) {
-        if (holders.size() != 1) return std::nullopt;
-        return Owner{holders[0].user, holders[0].partition, holders[0].instance};
-    }
-    const auto partition = Partition::find(connection, call.user->id, call.app);
-    Owner owner{call.user->id, partition ? partition->id : 0, 0};
-    for (const auto& holder : holders) {
-        if (holder.user == owner.user) owner.instance = holder.instance;
-    }
-    return owner;
+    if (holders.size() != 1) return std::nullopt;
+    return Owner{holders[0].user, holders[0].partition, holders[0].instance};
 }
 
 void BlobEndpoints::renumber(Connection& connection, const Owner& owner, std::string_view guid) {

@@ -3,8 +3,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <span>
+#include <utility>
 
 #include "PelmoLib/encodings/VLKLog.h"
+#include "service/BlobTimes.h"
 
 namespace velkor::service {
 namespace {
@@ -12,18 +15,45 @@ namespace {
 constexpr std::chrono::seconds sweepInterval{10};
 constexpr std::int64_t retryDelay = 300'000;  // milliseconds
 constexpr std::size_t sweptAtOnce = 200;
+constexpr int mostFailures = 3;  // of single blobs, before the store itself is taken for broken
 
-constexpr Sql findDue{"SELECT name FROM blobs WHERE due <= :now ORDER BY due LIMIT :most", "ii:t"};
+// Names in their order lie close together in the store.
+constexpr Sql findDue{"SELECT name FROM blobs WHERE due <= :now ORDER BY due, name LIMIT :most", "ii:t"};
 // An upload that was never confirmed cannot be confirmed from here on.
 constexpr Sql retire{"UPDATE blobs SET state = 2 WHERE name = :name AND due <= :now", "ti:"};
-constexpr Sql forget{"DELETE FROM blobs WHERE name = :name AND state = 2", "t:"};
+// An upload that began in time may still be on its way, and leave its bytes behind: the blob is removed once more then.
+constexpr Sql forget{"DELETE FROM blobs WHERE name = :name AND state = 2 AND issued <= :latest", "ti:"};
+constexpr Sql removeAgain{"UPDATE blobs SET due = issued + :time WHERE name = :name AND state = 2", "it:"};
 constexpr Sql postpone{"UPDATE blobs SET due = :due WHERE name = :name AND state = 2", "it:"};
 
 }  // namespace
 
-void BlobSweeper::sweep() {
-    while (sweepSome()) {
+void BlobSweeper::sweep(const std::stop_token& stop) {
+    while (!stop.stop_requested() && sweepSome()) {
     }
+}
+
+std::size_t BlobSweeper::removeFromStore(std::vector<std::string>& names) {
+    std::size_t removed = 0;
+    int failures = 0;
+    auto remove = [&](std::size_t count) {
+        try {
+            m_store.remove(std::span(names).subspan(removed, count));
+            removed += count;
+            return true;
+        } catch (const BlobStoreFailure& failure) {
+            VLKLog::sharedInstance().logMessageAtLevel(100, "Blobs could not be removed: %@", failure.what());
+            return false;
+        }
+    };
+    if (remove(names.size())) return removed;
+    // One that cannot be removed keeps no other.
+    for (std::size_t end = names.size(); removed < end && failures < mostFailures;) {
+        if (remove(1)) continue;
+        ++failures;
+        std::swap(names[removed], names[--end]);
+    }
+    return removed;
 }
 
 bool BlobSweeper::sweepSome() {
@@ -45,24 +75,18 @@ bool BlobSweeper::sweepSome() {
         }
         return 0;
     });
-    bool isRemoved = true;
-    try {
-        m_store.remove(retired);
-    } catch (const BlobStoreFailure& failure) {
-        VLKLog::sharedInstance().logMessageAtLevel(100, "Blobs could not be removed: %@", failure.what());
-        isRemoved = false;
-    }
+    const std::size_t removed = removeFromStore(retired);
     m_database.write(Database::nobody, [&](Connection& connection) {
-        for (const auto& name : retired) {
-            if (isRemoved) {
-                connection.run(forget, name);
-            } else {
-                connection.run(postpone, now + retryDelay, name);
+        for (std::size_t i = 0; i < retired.size(); ++i) {
+            if (i >= removed) {
+                connection.run(postpone, now + retryDelay, retired[i]);
+            } else if (connection.run(forget, retired[i], now - longestUpload) == 0) {
+                connection.run(removeAgain, longestUpload, retired[i]);
             }
         }
         return 0;
     });
-    return isRemoved && names.size() == sweptAtOnce;
+    return removed > 0 && names.size() == sweptAtOnce;
 }
 
 void BlobSweeper::start() {
@@ -72,9 +96,9 @@ void BlobSweeper::start() {
         std::unique_lock guard(mutex);
         while (!stop.stop_requested()) {
             try {
-                sweep();
-            } catch (const DatabaseFailure& failure) {
-                VLKLog::sharedInstance().logMessageAtLevel(100, "The database failed: %@", failure.what());
+                sweep(stop);
+            } catch (const std::exception& failure) {
+                VLKLog::sharedInstance().logMessageAtLevel(100, "Blobs could not be swept: %@", failure.what());
             }
             ended.wait_for(guard, stop, sweepInterval, [] { return false; });
         }

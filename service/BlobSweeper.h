@@ -1,8 +1,10 @@
 #pragma once
 
-#include <functional>
+#include <cstddef>
 #include <stop_token>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "service/BlobStore.h"
 #include "service/Database.h"
@@ -17,13 +19,15 @@ public:
     BlobSweeper(Database& database, BlobStore& store, BlobStore::Clock now)
         : m_database(database), m_store(store), m_now(std::move(now)) {}
 
-    /// Removes everything that is due. One thread at a time.
-    void sweep();
+    /// Removes everything that is due, or what it comes to until it is stopped. One thread at a time.
+    void sweep(const std::stop_token& stop = {});
     /// Sweeps now and again, on a thread of its own, as long as the sweeper lives.
     void start();
 
 private:
     bool sweepSome();
+    /// Removes the blobs from the store; how many of them, moved to the front, were.
+    std::size_t removeFromStore(std::vector<std::string>& names);
 
     Database& m_database;
     BlobStore& m_store;

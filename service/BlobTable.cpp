@@ -1,6 +1,7 @@
 #include "service/BlobTable.h"
 
 #include "PelmoLib/encodings/NSString+UUID.h"
+#include "service/BlobTimes.h"
 
 namespace velkor::service {
 namespace {
@@ -36,9 +37,6 @@ constexpr Sql retireOthers{
     "state = 1 AND name <> :name",
     "iittt:"};
 constexpr Sql findUpload{"SELECT state FROM blobs WHERE name = :name AND state = 0", "t:i"};
-
-constexpr std::int64_t longestUpload = 86'400'000;  // milliseconds from the form's issue to the confirmation
-constexpr std::int64_t issuedURLs = 1'800'000;      // those of the name are used up by then
 
 }  // namespace
 

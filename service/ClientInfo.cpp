@@ -3,10 +3,12 @@
 #include <array>
 
 #include "json/CJSONDeserializer.h"
+#include "json/CJSONSerializer.h"
 #include "json/JSONWriter.h"
 #include "platform/base/UTF8.h"
 #include "service/Forms.h"
 #include "service/IncomingTransaction.h"
+#include "service/Users.h"
 
 namespace velkor::service {
 namespace {
@@ -25,6 +27,12 @@ constexpr Sql readClients{"SELECT instance, info FROM clients WHERE user_id = :u
 
 bool isStorable(std::string_view text) { return NS::isValidUTF8(text) && text.find('\0') == text.npos; }
 
+/// The JSON object as it may stand within another one: what is read is more than what JSON allows.
+std::optional<std::string> normalized(std::string_view info) {
+    const auto object = CJSONDeserializer::deserializer().deserializeAsDictionary(info, nullptr);
+    return object ? CJSONSerializer::serializer().serializeDictionary(*object, nullptr) : std::nullopt;
+}
+
 }  // namespace
 
 Response keepClient(Database& database, const User& user, std::string_view form, std::int64_t now) {
@@ -35,12 +43,11 @@ Response keepClient(Database& database, const User& user, std::string_view form,
     if (!instance || instance->empty() || instance->size() > longestName || !isStorable(*instance)) {
         return Response::error(400, "The request names no instance.");
     }
-    if (!info || !isStorable(*info) ||
-        !CJSONDeserializer::deserializer().deserializeAsDictionary(std::string_view(*info), nullptr)) {
-        return Response::error(400, "The client's information is no JSON object.");
-    }
+    const auto json = info && isStorable(*info) ? normalized(*info) : std::nullopt;
+    if (!json) return Response::error(400, "The client's information is no JSON object.");
     return database.write(user.id, [&](Connection& connection) {
-        connection.run(keepInfo, user.id, *instance, *info, now);
+        if (!isUser(connection, user.id)) return unauthorised();
+        connection.run(keepInfo, user.id, *instance, *json, now);
         connection.run(forgetOldest, user.id, mostClients);
         return Response::json("{}");
     });

@@ -4,6 +4,7 @@ namespace velkor::service {
 namespace {
 
 constexpr std::size_t mostGuids = 4'000'000;  // about 100 bytes each
+constexpr std::size_t emptyDirectory = 20;    // guids' worth of memory
 
 }  // namespace
 
@@ -28,7 +29,7 @@ std::shared_ptr<GuidDirectory> Directories::obtain(std::int64_t partition) {
 void Directories::trim() {
     std::size_t held = 0;
     for (auto at = m_directories.begin(); at != m_directories.end();) {
-        held += at->second->size();
+        held += emptyDirectory + at->second->size();
         if (held <= mostGuids) {
             ++at;
             continue;

@@ -69,13 +69,13 @@ Response deleteAllData(Database& database, const User& user, std::string_view pl
 
 void deleteUser(Database& database, const User& user) {
     database.write(user.id, [&](Connection& connection) {
-        removeBlobsOfUser(connection, user.id);
         std::vector<std::int64_t> partitions;
         {
             auto rows = connection.query(findPartitions, user.id);
             while (rows.next()) partitions.push_back(rows.integer(0));
         }
         for (const auto partition : partitions) {
+            removeBlobsOfPartition(connection, partition);
             dropObjects(connection, partition);
             connection.run(dropSchema, partition);
             connection.run(dropInstances, partition);

@@ -6,12 +6,12 @@
 #include "service/Fingerprints.h"
 #include "service/ObjectState.h"
 #include "service/Partition.h"
+#include "service/Users.h"
 #include "service/Withholding.h"
 
 namespace velkor::service {
 namespace {
 
-constexpr Sql findUser{"SELECT id FROM users WHERE email = :email", "t:i"};
 constexpr Sql findObject{"SELECT id, state, body, instance FROM objects WHERE partition_id = :partition AND guid = :guid",
                          "it:iiti"};
 constexpr Sql storeExpiry{
@@ -66,10 +66,7 @@ NS::Result<void> expireObject(Connection& connection, Partition& partition, std:
 }  // namespace
 
 NS::Result<void> expire(Database& database, std::string_view email, std::string_view app, std::string_view guid) {
-    const auto user = database.read([&](Connection& connection) -> std::optional<std::int64_t> {
-        auto rows = connection.query(findUser, email);
-        return rows.next() ? std::optional(rows.integer(0)) : std::nullopt;
-    });
+    const auto user = database.read([&](Connection& connection) { return userWithEmail(connection, email); });
     if (!user) return failure("there is no such user");
     return database.write(*user, [&](Connection& connection) -> NS::Result<void> {
         auto partition = Partition::find(connection, *user, app);

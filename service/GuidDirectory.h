@@ -40,7 +40,7 @@ public:
     const std::string& hash();
     /// The same without some guids and with others; both lists are sorted.
     std::string hash(std::span<const std::string_view> without, std::span<const std::string_view> with);
-    /// One more than the highest object's number.
+    /// Every object's number is below this one.
     std::uint32_t end() const { return static_cast<std::uint32_t>(m_guids.size()); }
     /// How many objects there are. Any thread.
     std::size_t size() const { return m_size; }

@@ -7,6 +7,7 @@
 #include "json/JSONWriter.h"
 #include "platform/base/Date.h"
 #include "service/Partition.h"
+#include "service/Users.h"
 
 namespace velkor::service {
 namespace {
@@ -25,16 +26,6 @@ constexpr Sql touchLock{"UPDATE locks SET active = :now, transfer_until = :until
 constexpr std::int64_t touchesPerLease = 16;
 constexpr std::int64_t longestTransferLeases = 8;
 constexpr std::int64_t longestTransferTime = 900'000;  // milliseconds
-
-std::string grantAnswer(std::int64_t user) {
-    std::string text;
-    JSONWriter writer(text);
-    writer.beginObject();
-    writer.key("user_id");
-    writer.number(user);
-    writer.endObject();
-    return text;
-}
 
 Response busy(const Lock& lock) {
     Response response;
@@ -67,9 +58,10 @@ Response Locks::lock(const User& user, std::string_view app, std::string_view in
     return m_database.write(user.id, [&](Connection& connection) {
         const auto lock = find(connection, user.id);
         if (lock && lock->held && lock->instance != instance && !isSilent(*lock, user.id)) return busy(*lock);
+        if (!isUser(connection, user.id)) return unauthorised();
         Partition::settleAll(connection, user.id);
         connection.run(grantLock, user.id, app, instance, m_now());
-        return Response::json(grantAnswer(user.id));
+        return userAnswer(user.id);
     });
 }
 

@@ -1,6 +1,5 @@
 #include "service/Passwords.h"
 
-#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
@@ -9,6 +8,7 @@
 #include "PelmoLib/encodings/NSData_Base64.h"
 #include "platform/base/Exception.h"
 #include "platform/base/UTF8.h"
+#include "service/Signing.h"
 
 namespace velkor::service {
 namespace {
@@ -24,10 +24,6 @@ std::string derive(std::string_view password, std::string_view salt) {
                        1 << 14, 8, 1, std::uint64_t(64) << 20, reinterpret_cast<unsigned char*>(key.data()), key.size());
     NS::assertThat(done == 1, "scrypt can be computed");
     return key;
-}
-
-bool equalInConstantTime(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;
 }
 
 }  // namespace
@@ -72,7 +68,7 @@ bool verifyPassword(std::string_view password, std::string_view hash) {
         !appendBase64Decoding(key, hash.substr(dollar + 1))) {
         return false;
     }
-    return equalInConstantTime(derive(password, salt), key);
+    return equalsInConstantTime(derive(password, salt), key);
 }
 
 }  // namespace velkor::service

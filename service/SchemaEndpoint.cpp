@@ -1,7 +1,9 @@
 #include "service/SchemaEndpoint.h"
 
+#include "PelmoLib/encodings/VLKLog.h"
 #include "json/CJSONDeserializer.h"
 #include "service/Partition.h"
+#include "service/Users.h"
 
 namespace velkor::service {
 namespace {
@@ -24,6 +26,7 @@ bool isSchema(std::string_view json) {
 Response takeSchema(Database& database, const User& user, std::string_view app, std::string_view json) {
     if (!isSchema(json)) return Response::error(400, "The request is no schema description.");
     return database.write(user.id, [&](Connection& connection) {
+        if (!isUser(connection, user.id)) return unauthorised();
         connection.run(keepSchema, Partition::obtain(connection, user.id, app).id, "", json);
         return Response::json("{}");
     });
@@ -31,8 +34,11 @@ Response takeSchema(Database& database, const User& user, std::string_view app, 
 
 void storeSchema(Connection& connection, std::int64_t partition, std::string_view modelVersion,
                  std::optional<std::string_view> schema) {
-    if (!schema || !isSchema(*schema) || modelVersion.size() > longestVersion || modelVersion.find('\0') != modelVersion.npos)
+    if (!schema) return;
+    if (!isSchema(*schema) || modelVersion.size() > longestVersion || modelVersion.find('\0') != modelVersion.npos) {
+        VLKLog::sharedInstance().logMessageAtLevel(100, "A request's schema was not kept, for it is none.");
         return;
+    }
     connection.run(keepSchema, partition, modelVersion, *schema);
 }
 

@@ -12,8 +12,8 @@ struct TableDialect {
     std::string_view givenKey;   // an integer key that the service gives
 };
 
-/// Makes the tables in an empty database, or brings older ones to this version, in the open transaction. Raises DatabaseFailure
-/// for tables of a newer version.
+/// Makes the tables in an empty database, in the open transaction. Raises DatabaseFailure for tables of another version of the
+/// service.
 void bringTablesUpToDate(Connection& connection, const TableDialect& dialect);
 
 }  // namespace velkor::service

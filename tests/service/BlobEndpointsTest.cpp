@@ -285,15 +285,7 @@ TEST_F(BlobEndpointsTest, whatIsNotNeededLeavesTheStore) {
     const auto partition = [&](Connection& connection) { return Partition::find(connection, a.user(), "app")->id; };
     const BlobForm late = callsOfUser("g2").form();
     m_database->write(a.user(), [&](Connection& connection) {
-        removeBlobsOfGuid(connection, partition(connection), "g1");
-        return 0;
-    });
-    sweep();
-    EXPECT_EQ(filesInStore(), 1u);
-    EXPECT_EQ(get(callsOfUser("g1").url("read")), "");
-    EXPECT_EQ(get(callsOfUser("g2").url("read")), "kept");
-    m_database->write(a.user(), [&](Connection& connection) {
-        removeBlobsOfUser(connection, a.user());
+        removeBlobsOfPartition(connection, partition(connection));
         return 0;
     });
     sweep();
@@ -301,6 +293,50 @@ TEST_F(BlobEndpointsTest, whatIsNotNeededLeavesTheStore) {
     EXPECT_EQ(post(late, "too late").status, 403);
     EXPECT_EQ(callsOfUser("g2").wrote("").status, 401);
     EXPECT_EQ(get(callsOfUser("g2").url("read")), "");
+}
+
+TEST_F(BlobEndpointsTest, whatASlowUploadLeavesBehindGoesAsWell) {
+    TestClient a = client("A");
+    a.lock();
+    a.changes({insertOf("g1")});
+    const std::string name = calls("g1").form().fields[0].second;
+    calls("g1").call("delete");
+    m_time += 1'800'000;
+    sweep();
+    // The last byte came after the store was asked whether the blob is wanted.
+    auto files = BlobDirectory::open(m_directory / "blobs");
+    ASSERT_TRUE(files);
+    files.value()->add(name)->publish();
+    sweep();
+    EXPECT_EQ(filesInStore(), 1u);
+    m_time += 86'400'000;
+    sweep();
+    EXPECT_EQ(filesInStore(), 0u);
+}
+
+TEST_F(BlobEndpointsTest, aBlobThatCannotBeRemovedKeepsNoOther) {
+    TestClient a = client("A");
+    a.lock();
+    std::vector<std::string> files;
+    for (const std::string guid : {"g1", "g2", "g3"}) {
+        a.changes({insertOf(guid)});
+        ASSERT_EQ(upload(calls(guid), guid), 200);
+        calls(guid).call("delete");
+    }
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(m_directory / "blobs")) {
+        if (entry.is_regular_file() && entry.path().filename() != "signing-key") files.push_back(entry.path());
+    }
+    ASSERT_EQ(files.size(), 3u);
+    // Not to be removed by anybody: a directory of the file's name, with something in it.
+    std::filesystem::remove(files[0]);
+    std::filesystem::create_directories(files[0] + "/in the way");
+    m_time += 1'800'000;
+    sweep();
+    EXPECT_EQ(filesInStore(), 0u);
+    EXPECT_TRUE(std::filesystem::exists(files[0]));
+    std::filesystem::remove_all(files[0]);
+    m_time += 300'000;
+    sweep();
 }
 
 TEST_F(BlobEndpointsTest, theStoreComesBackAsItWas) {

@@ -1,6 +1,7 @@
 #include "service/Erasure.h"
 
 #include "service/ClientInfo.h"
+#include "service/SchemaEndpoint.h"
 #include "tests/service/ServiceFixture.h"
 
 namespace velkor::service {
@@ -90,6 +91,23 @@ TEST_F(ErasureTest, aUserGoesWithEverything) {
     EXPECT_GT(a.user(), v.user()) << "what caches still hold of the old user is never the new one's";
 }
 
+TEST_F(ErasureTest, aRequestBehindTheDeletionLeavesNothing) {
+    TestClient a = client("A");
+    ASSERT_EQ(a.lock().status, 200);
+    const User user{a.user(), "u@example.org"};  // was let in
+    deleteUser(*m_database, user);
+    Locks locks(*m_database, 120);
+    BlobEndpoints blobs(*m_database, locks, *m_blobStore, Locks::systemMilliseconds);
+    EXPECT_EQ(locks.lock(user, "app", "A").status, 401);
+    EXPECT_EQ(takeSchema(*m_database, user, "app", "[]").status, 401);
+    EXPECT_EQ(keepClient(*m_database, user, "instance_id=A&client_info={}", 0).status, 401);
+    EXPECT_EQ(blobs.write({user, "app", "g1", "content", "http://service"}).status, 401);
+    static constexpr std::array counts{Sql{"SELECT COUNT(*) FROM locks", ":i"}, Sql{"SELECT COUNT(*) FROM partitions", ":i"},
+                                       Sql{"SELECT COUNT(*) FROM schemas", ":i"}, Sql{"SELECT COUNT(*) FROM clients", ":i"},
+                                       Sql{"SELECT COUNT(*) FROM blobs", ":i"}};
+    for (const Sql& count : counts) EXPECT_EQ(rowsOf(count), 0) << count.text;
+}
+
 TEST_F(ErasureTest, clientsRegisterThemselves) {
     TestClient a = client("A");
     auto keep = [&](const std::string& form) { return a.send("POST", "/clientinfo.json", form).status; };
@@ -98,6 +116,14 @@ TEST_F(ErasureTest, clientsRegisterThemselves) {
     EXPECT_EQ(keep(R"(instance_id=B&client_info={"name":"first"}&)"), 200);
     m_time += 1;
     EXPECT_EQ(keep(R"(instance_id=B&client_info={"name":"second"}&)"), 200);
+    // What is read is more than what the answer may hold.
+    EXPECT_EQ(keep("instance_id=C&client_info=\xEF\xBB\xBF{\"name\":\"a\nb\"}&"), 200);
+    EXPECT_EQ(parsed(a.send("GET", "/clientinfo.json").body)["registered_clients"].asArray()->size(), 3u);
+    EXPECT_EQ(a.send("GET", "/clientinfo.json").body.find_first_of("\xEF\n"), std::string::npos);
+    m_database->write(a.user(), [](Connection& connection) {
+        connection.runOnce("DELETE FROM clients WHERE instance = 'C'");
+        return 0;
+    });
     for (const char* form : {"", "instance_id=A", "instance_id=&client_info={}", "instance_id=A&client_info=[]",
                              "instance_id=A&client_info={", "instance_id=\xFF&client_info={}", "client_info={}"}) {
         EXPECT_EQ(keep(form), 400) << form;
