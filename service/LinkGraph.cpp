@@ -136,6 +136,7 @@ void LinkGraph::removeLinks(std::uint32_t object, std::int64_t number) {
 }
 
 bool LinkGraph::agrees(std::uint32_t object, const RelationEnd& end, std::span<const std::uint32_t> destinations) {
+    load(object);
     const std::uint32_t mark = ++m_mark;
     std::size_t wanted = 0, present = 0;
     for (std::uint32_t destination : destinations) {
