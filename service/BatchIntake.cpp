@@ -77,6 +77,7 @@ void BatchIntake::learnRelations() {
                               relationship.toMany);
         }
     }
+    m_relations.pairUp();
     for (const Taken& taken : m_taken) {
         for (auto& relationship : taken.transaction->relationships()) {
             relationship.end = m_relations.end(taken.transaction->className(), relationship.name, relationship.destination);

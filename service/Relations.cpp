@@ -1,6 +1,7 @@
 #include "service/Relations.h"
 
-#include <algorithm>
+#include <map>
+#include <utility>
 
 namespace velkor::service {
 namespace {
@@ -12,7 +13,7 @@ constexpr Sql storeRelation{
     ":class, :name, :destination, :many) ON CONFLICT (partition_id, id) DO UPDATE SET to_many = "
     "excluded.to_many",
     "iittti:"};
-constexpr std::size_t mostRelations = 10'000;  // in a partition; more are not kept in the graph
+constexpr std::size_t mostRelations = 2'000;  // in a partition; more are not kept in the graph
 
 }  // namespace
 
@@ -38,7 +39,7 @@ void Relations::learn(Connection& connection, std::string_view className, std::s
         m_relations.push_back({std::string(className), std::string(name), std::string(destination), toMany, {}});
     }
     connection.run(storeRelation, m_partition, place, className, name, destination, toMany ? 1 : 0);
-    pairUp();
+    m_arePaired = false;
 }
 
 RelationEnd Relations::end(std::string_view className, std::string_view name, std::string_view destination) const {
@@ -54,33 +55,31 @@ const Relations::Relation* Relations::find(std::string_view className, std::stri
     return nullptr;
 }
 
-std::size_t Relations::count(std::string_view from, std::string_view to) const {
-    return static_cast<std::size_t>(std::count_if(m_relations.begin(), m_relations.end(), [&](const Relation& relation) {
-        return relation.className == from && relation.destination == to;
-    }));
-}
-
-const Relations::Relation* Relations::onlyOne(std::string_view from, std::string_view to) const {
-    if (count(from, to) != 1) return nullptr;
-    auto found = std::find_if(m_relations.begin(), m_relations.end(),
-                              [&](const Relation& relation) { return relation.className == from && relation.destination == to; });
-    return &*found;
-}
-
 void Relations::pairUp() {
+    if (m_arePaired) return;
+    m_arePaired = true;
+    struct Between {
+        std::size_t count = 0, place = 0;  // the place of the last one
+    };
+    std::map<std::pair<std::string_view, std::string_view>, Between> between;
+    for (std::size_t place = 0; place < m_relations.size(); ++place) {
+        Between& same = between[{m_relations[place].className, m_relations[place].destination}];
+        ++same.count;
+        same.place = place;
+    }
     for (std::size_t place = 0; place < m_relations.size(); ++place) {
         Relation& relation = m_relations[place];
         relation.end = RelationEnd{.key = static_cast<std::uint32_t>(place * 2)};
-        if (relation.className == relation.destination || count(relation.className, relation.destination) != 1) continue;
-        const auto back = count(relation.destination, relation.className);
-        if (back > 1) continue;
+        if (relation.className == relation.destination || between[{relation.className, relation.destination}].count != 1)
+            continue;
+        const auto back = between.find({relation.destination, relation.className});
+        if (back != between.end() && back->second.count > 1) continue;
         relation.end.kept = true;
-        if (back == 0) continue;
-        const Relation* inverse = onlyOne(relation.destination, relation.className);
-        const auto inversePlace = static_cast<std::size_t>(inverse - m_relations.data());
+        if (back == between.end()) continue;
+        const std::size_t inverse = back->second.place;
         relation.end.paired = true;
-        relation.end.inverseToMany = inverse->toMany;
-        if (inversePlace < place) relation.end.key = static_cast<std::uint32_t>(inversePlace * 2 + 1);
+        relation.end.inverseToMany = m_relations[inverse].toMany;
+        if (inverse < place) relation.end.key = static_cast<std::uint32_t>(inverse * 2 + 1);
     }
 }
 

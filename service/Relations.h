@@ -27,9 +27,11 @@ class Relations {
 public:
     static Relations read(Connection& connection, std::int64_t partition);
 
-    /// Makes sure that the relationship is known, and writes it down when it is new.
+    /// Makes sure that the relationship is known, and writes it down when it is new. `pairUp` follows before anything is asked.
     void learn(Connection& connection, std::string_view className, std::string_view name, std::string_view destination,
                bool toMany);
+    /// Finds the inverses among what was learned.
+    void pairUp();
     /// The end of a known relationship.
     RelationEnd end(std::string_view className, std::string_view name, std::string_view destination) const;
     /// Whether both ends of the links of that name (a key divided by two) are known.
@@ -44,13 +46,10 @@ private:
 
     explicit Relations(std::int64_t partition) : m_partition(partition) {}
     const Relation* find(std::string_view className, std::string_view name, std::string_view destination) const;
-    /// The only relationship from one class to the other; null when there is none or more than one.
-    const Relation* onlyOne(std::string_view from, std::string_view to) const;
-    std::size_t count(std::string_view from, std::string_view to) const;
-    void pairUp();
 
     std::int64_t m_partition;
     std::vector<Relation> m_relations;  // a relationship's number is its place
+    bool m_arePaired = false;
 };
 
 }  // namespace velkor::service
