@@ -15,7 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
             if (guid.empty() || guid.size() > longestName || guid.find('\0') != guid.npos) std::abort();
         }
     }
-    if (const auto request = ChangesRequest::read(text)) {
+    if (auto request = ChangesRequest::read(text)) {
+        request->readRelationships();
         if (request->instance().empty()) std::abort();
         for (const auto& transaction : request->transactions()) {
             if (!transaction.isUsable()) std::abort();

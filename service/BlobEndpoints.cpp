@@ -8,6 +8,7 @@
 #include "service/BlobTable.h"
 #include "service/Fingerprints.h"
 #include "service/Forms.h"
+#include "service/KeptParts.h"
 #include "service/Partition.h"
 #include "service/Users.h"
 #include "service/Withholding.h"
@@ -155,6 +156,9 @@ std::optional<BlobEndpoints::Owner> BlobEndpoints::ownerOf(Connection& connectio
 void BlobEndpoints::renumber(Connection& connection, const Owner& owner, std::string_view guid) {
     auto partition = Partition::find(connection, owner.user, owner.partition);
     if (!partition) return;
+    KeptParts parts(connection, *partition);
+    if (parts.isProvisional(guid)) return;
+    if (!parts.empty()) parts.takeIn(*m_directories.current(connection, *partition));
     std::int64_t id = 0, writer = 0;
     std::string body;
     {

@@ -8,6 +8,7 @@
 
 #include "service/Accounts.h"
 #include "service/BlobStore.h"
+#include "service/Directories.h"
 #include "service/Locks.h"
 
 namespace velkor::service {
@@ -25,8 +26,8 @@ struct BlobCall {
 /// Any thread.
 class BlobEndpoints {
 public:
-    BlobEndpoints(Database& database, Locks& locks, BlobStore& store, Locks::Clock now)
-        : m_database(database), m_locks(locks), m_store(store), m_now(std::move(now)) {}
+    BlobEndpoints(Database& database, Locks& locks, Directories& directories, BlobStore& store, Locks::Clock now)
+        : m_database(database), m_locks(locks), m_directories(directories), m_store(store), m_now(std::move(now)) {}
 
     Response read(const BlobCall& call);
     Response write(const BlobCall& call);
@@ -65,10 +66,11 @@ private:
 
     Response confirm(const BlobCall& call, const std::string& name, const std::string& hash);
     /// Gives the object's transaction a new number, so that everybody fetches the blob.
-    static void renumber(Connection& connection, const Owner& owner, std::string_view guid);
+    void renumber(Connection& connection, const Owner& owner, std::string_view guid);
 
     Database& m_database;
     Locks& m_locks;
+    Directories& m_directories;
     BlobStore& m_store;
     const Locks::Clock m_now;
 };

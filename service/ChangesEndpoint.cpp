@@ -7,6 +7,7 @@
 #include "service/BatchRecord.h"
 #include "service/Corrections.h"
 #include "service/Download.h"
+#include "service/KeptParts.h"
 #include "service/NewTransactions.h"
 #include "service/SchemaEndpoint.h"
 #include "service/Withholding.h"
@@ -14,6 +15,7 @@
 namespace velkor::service {
 namespace {
 
+constexpr std::size_t mostReinstated = 1 << 30;  // bytes of payloads
 constexpr Sql dropRolled{"DELETE FROM rolled WHERE instance = :instance AND guid = :guid", "it:"};
 constexpr Sql readRolled{
     "SELECT rolled.body FROM rolled LEFT JOIN objects ON objects.partition_id = :partition AND objects.guid = "
@@ -27,15 +29,17 @@ constexpr Sql dropAllRolled{"DELETE FROM rolled WHERE instance = :instance", "i:
 Response ChangesEndpoint::handle(const User& user, Body& body) {
     auto request = ChangesRequest::read(body.view());
     if (!request) return Response::error(400, "The request is no changes request.");
+    if (!request->isMultiPart()) request->readRelationships();
     Written written;
     return m_database.write(
-        user.id, [&](Connection& connection) { return exchange(connection, user, *request, written); },
+        user.id, [&](Connection& connection) { return exchange(connection, user, *request, body.view(), written); },
         [&] {
             if (written.directory) written.directory->markCurrent(written.state);
         });
 }
 
-Response ChangesEndpoint::exchange(Connection& connection, const User& user, ChangesRequest& request, Written& written) {
+Response ChangesEndpoint::exchange(Connection& connection, const User& user, ChangesRequest& request, std::string_view json,
+                                   Written& written) {
     written = {};
     const auto lock = m_locks.heldBy(connection, user.id, request.instance());
     if (!lock) return Locks::refusal(connection, user.id);
@@ -44,6 +48,12 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
     Partition partition = Partition::obtain(connection, user.id, request.app());
     const Partition partitionBefore = partition;
     auto known = Instance::find(connection, partition.id, request.instance());
+    KeptParts parts(connection, partition);
+    const bool isKept = known && request.isMultiPart() && !request.transactions().empty() && parts.mayKeep(*known, json);
+    if (!isKept && !parts.empty()) {
+        parts.takeIn(directoryOf(connection, partition, written));
+        known = Instance::find(connection, partition.id, request.instance());
+    }
     Instance instance = known ? *known : Instance::add(connection, partition.id, request.instance());
     const Instance instanceBefore = instance;
     const bool comparable = known && request.highest() >= -1 && request.highest() <= partition.highest;
@@ -53,7 +63,9 @@ Response ChangesEndpoint::exchange(Connection& connection, const User& user, Cha
     partition.changesLock = lock->serial;
     storeSchema(connection, partition.id, request.modelVersion(), request.schema());
 
-    if (!request.transactions().empty() || (known && known->hasRolled(connection))) {
+    if (isKept) {
+        parts.keep(instance, request, highest, json, *lock);
+    } else if (!request.transactions().empty() || (known && known->hasRolled(connection))) {
         takeBatch(connection, partition, instance, request, highest, *lock, directoryOf(connection, partition, written));
     } else {
         recordBatch(connection, partition.id, lock->serial, instance.id, partition.highest, {});
@@ -80,6 +92,7 @@ GuidDirectory& ChangesEndpoint::directoryOf(Connection& connection, const Partit
 
 void ChangesEndpoint::takeBatch(Connection& connection, Partition& partition, Instance& instance, ChangesRequest& request,
                                 std::int64_t highest, const Lock& lock, GuidDirectory& directory) {
+    request.readRelationships();
     partition.provisionalAbove = partition.highest;
     partition.provisionalObject = partition.nextObject;
     BatchIntake intake(connection, partition, instance, directory);
@@ -103,12 +116,13 @@ void ChangesEndpoint::collectRolled(Connection& connection, const Partition& par
     if (request.isMultiPart()) return;
     // What never came again had been acknowledged. Where somebody else has written since, that holds, as it would have.
     {
+        std::size_t bytesLeft = mostReinstated;
         auto rows = connection.query(readRolled, partition.id, instance.id);
         while (rows.next()) {
             const std::string& body = reinstated.bodies.emplace_back(rows.text(0));
             auto transaction = IncomingTransaction::fromStored(body, reinstated.cursors.emplace_back(body));
             if (!transaction) continue;
-            transaction->readRelationships(reinstated.arena);
+            transaction->readRelationships(reinstated.arena, bytesLeft);
             reinstated.transactions.push_back(*std::move(transaction));
         }
     }

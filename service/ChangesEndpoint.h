@@ -30,7 +30,7 @@ private:
         std::shared_ptr<GuidDirectory> directory;  // perhaps ahead of the database; null while it was not needed
         Partition state;
     };
-    Response exchange(Connection& connection, const User& user, ChangesRequest& request, Written& written);
+    Response exchange(Connection& connection, const User& user, ChangesRequest& request, std::string_view json, Written& written);
     /// Transactions that were rolled back and never came again, with all that they refer to.
     struct Reinstated {
         std::deque<std::string> bodies;

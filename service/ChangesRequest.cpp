@@ -11,6 +11,9 @@ namespace {
 
 constexpr std::size_t transactionsPerThread = 1000;  // fewer are not worth starting a thread
 constexpr std::size_t mostThreads = 4;
+// All payloads of a request may inflate to so many bytes; what is beyond is kept without links, so that a few bytes that inflate
+// to thousands of times as many do not take the service's memory.
+constexpr std::size_t smallPayloads = 64 << 20, mostInflation = 16;
 
 bool isIdentifier(std::string_view text) { return text.size() <= longestName && text.find('\0') == text.npos; }
 
@@ -19,7 +22,6 @@ bool isIdentifier(std::string_view text) { return text.size() <= longestName && 
 std::optional<ChangesRequest> ChangesRequest::read(std::string_view json) {
     ChangesRequest request(json);
     if (!request.readMembers() || !request.takeEnvelope()) return std::nullopt;
-    request.readRelationships();
     return request;
 }
 
@@ -64,14 +66,16 @@ bool ChangesRequest::takeEnvelope() {
 }
 
 void ChangesRequest::readRelationships() {
+    if (!m_arenas.empty()) return;
     const std::size_t count = m_transactions.size();
     const std::size_t wanted =
         std::min<std::size_t>({count / transactionsPerThread, std::thread::hardware_concurrency(), mostThreads});
     const std::size_t threads = std::max<std::size_t>(wanted, 1);
     for (std::size_t i = 0; i < threads; ++i) m_arenas.push_back(std::make_unique<std::pmr::monotonic_buffer_resource>());
     auto readShare = [&](std::size_t share) {
+        std::size_t bytesLeft = (m_length * mostInflation + smallPayloads) / threads;
         for (std::size_t i = count * share / threads; i < count * (share + 1) / threads; ++i) {
-            m_transactions[i].readRelationships(*m_arenas[share]);
+            m_transactions[i].readRelationships(*m_arenas[share], bytesLeft);
         }
     };
     // What a share raises is raised here; where there are no more threads, its work is done here as well.

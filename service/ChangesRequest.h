@@ -19,6 +19,8 @@ class ChangesRequest {
 public:
     /// None for a text that is no changes request.
     static std::optional<ChangesRequest> read(std::string_view json);
+    /// Reads the relationships out of the payloads, if that was not done; they are taken in with them.
+    void readRelationships();
 
     const std::string& app() const { return m_app; }
     const std::string& instance() const { return m_instance; }
@@ -33,14 +35,14 @@ public:
     const std::vector<IncomingTransaction>& transactions() const { return m_transactions; }
 
 private:
-    explicit ChangesRequest(std::string_view json) : m_cursor(std::make_unique<JSONCursor>(json)) {}
+    explicit ChangesRequest(std::string_view json) : m_cursor(std::make_unique<JSONCursor>(json)), m_length(json.size()) {}
     bool readMembers();
     bool readTransactions();
     bool takeEnvelope();
-    void readRelationships();
 
     std::unique_ptr<JSONCursor> m_cursor;  // keeps texts that had escapes
-    NS::Dictionary m_envelope;             // all but the transactions
+    std::size_t m_length;
+    NS::Dictionary m_envelope;  // all but the transactions
     std::string m_app, m_instance;
     std::int64_t m_highest = -1;
     bool m_multiPart = false;

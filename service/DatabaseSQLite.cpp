@@ -24,7 +24,7 @@ public:
                 std::make_unique<soci::session>(soci::sqlite3, "dbname=\"" + m_file + "\" timeout=10"));
         });
         if (writes) {
-            connection->runOnce("PRAGMA page_size=8192");
+            connection->runOnce("PRAGMA page_size=4096");
             connection->runOnce("PRAGMA journal_mode=WAL");
         }
         connection->runOnce("PRAGMA synchronous=FULL");

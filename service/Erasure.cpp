@@ -16,6 +16,7 @@ constexpr std::array dropsOfPartition{
     Sql{"DELETE FROM asked WHERE instance IN (SELECT id FROM instances WHERE partition_id = :partition)", "i:"},
     Sql{"DELETE FROM superseded WHERE object_id >= :partition * 4294967296 AND object_id < (:partition + 1) * 4294967296", "i:"},
     Sql{"DELETE FROM withheld WHERE partition_id = :partition", "i:"},
+    Sql{"DELETE FROM parts WHERE partition_id = :partition", "i:"},
     Sql{"DELETE FROM undo WHERE partition_id = :partition", "i:"},
     Sql{"DELETE FROM objects WHERE partition_id = :partition", "i:"},
     Sql{"DELETE FROM relations WHERE partition_id = :partition", "i:"},
@@ -60,6 +61,7 @@ Response deleteAllData(Database& database, const User& user, std::string_view pl
         connection.run(forgetListings, partition->id);
         // Numbers are never used twice, and a request under way shall see that what it knew is gone.
         partition->provisional = 0;
+        partition->keptParts = 0;
         ++partition->epoch;
         partition->hash.clear();
         partition->store(connection);

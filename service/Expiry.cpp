@@ -4,6 +4,7 @@
 #include "json/JSONWriter.h"
 #include "platform/base/Date.h"
 #include "service/Fingerprints.h"
+#include "service/KeptParts.h"
 #include "service/ObjectState.h"
 #include "service/Partition.h"
 #include "service/Users.h"
@@ -71,6 +72,9 @@ NS::Result<void> expire(Database& database, std::string_view email, std::string_
     return database.write(*user, [&](Connection& connection) -> NS::Result<void> {
         auto partition = Partition::find(connection, *user, app);
         if (!partition) return failure("the user has no data of this app");
+        if (KeptParts parts(connection, *partition); !parts.empty()) {
+            parts.takeIn(*Directories().current(connection, *partition));
+        }
         return expireObject(connection, *partition, guid);
     });
 }

@@ -129,12 +129,15 @@ bool IncomingTransaction::isUsable() const {
            m_time.value_or("").find('\0') == std::string_view::npos && m_payload.find('\0') == m_payload.npos;
 }
 
-void IncomingTransaction::readRelationships(std::pmr::memory_resource& arena) {
+void IncomingTransaction::readRelationships(std::pmr::memory_resource& arena, std::size_t& bytesLeft) {
     using List = std::pmr::vector<RelationshipText>;
     if (kind() == ObjectKind::deleted) return;
+    const std::string_view json = decodedPayload(m_payload);
+    if (json.size() > bytesLeft) return;
+    bytesLeft -= json.size();
     // The list is never destroyed: everything in it is the arena's.
     List& relationships = *new (arena.allocate(sizeof(List), alignof(List))) List(&arena);
-    JSONCursor cursor(decodedPayload(m_payload));
+    JSONCursor cursor(json);
     std::string_view key, name;
     for (cursor.enterObject(); cursor.nextMember(key);) {
         if (key != "relationships" || cursor.peek() != '{') {

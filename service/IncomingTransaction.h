@@ -34,8 +34,9 @@ public:
 
     /// Whether it has a guid, a class and a type that a client may send.
     bool isUsable() const;
-    /// Reads the payload's relationships; without any when it does not decode. Keeps them in the arena.
-    void readRelationships(std::pmr::memory_resource& arena);
+    /// Reads the payload's relationships; without any when it does not decode, or has more bytes than are left. Takes its bytes
+    /// off those, and keeps the relationships in the arena.
+    void readRelationships(std::pmr::memory_resource& arena, std::size_t& bytesLeft);
 
     ObjectKind kind() const;
     std::string_view guid() const { return m_guid; }

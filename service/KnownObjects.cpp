@@ -4,6 +4,7 @@
 #include "service/Comparison.h"
 #include "service/Corrections.h"
 #include "service/Download.h"
+#include "service/KeptParts.h"
 
 namespace velkor::service {
 namespace {
@@ -56,6 +57,7 @@ Response KnownObjectsEndpoint::compare(Connection& connection, const User& user,
         return Response::error(409, "A listing needs a changes request before it under the same lock.");
     }
     const auto directory = m_directories.current(connection, *partition);
+    KeptParts(connection, *partition).takeIn(*directory);
     Comparison comparison(connection, *partition, *instance, *directory);
     comparison.take(listing.guids(), lock->serial);
     partition->store(connection);

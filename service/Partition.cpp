@@ -5,21 +5,21 @@ namespace {
 
 constexpr Sql findByApp{
     "SELECT id, highest, epoch, next_object, hash, changes_lock, provisional, provisional_above, "
-    "provisional_object FROM partitions WHERE user_id = :user AND app = :app",
-    "it:iiiitiiii"};
+    "provisional_object, kept_parts FROM partitions WHERE user_id = :user AND app = :app",
+    "it:iiiitiiiii"};
 constexpr Sql findById{
     "SELECT id, highest, epoch, next_object, hash, changes_lock, provisional, provisional_above, "
-    "provisional_object FROM partitions WHERE user_id = :user AND id = :id",
-    "ii:iiiitiiii"};
+    "provisional_object, kept_parts FROM partitions WHERE user_id = :user AND id = :id",
+    "ii:iiiitiiiii"};
 constexpr Sql addPartition{
     "INSERT INTO partitions (user_id, app, highest, epoch, next_object, hash, changes_lock, provisional, "
-    "provisional_above, provisional_object) VALUES (:user, :app, 0, 0, 1, '', 0, 0, 0, 0)",
+    "provisional_above, provisional_object, kept_parts) VALUES (:user, :app, 0, 0, 1, '', 0, 0, 0, 0, 0)",
     "it:"};
 constexpr Sql storePartition{
     "UPDATE partitions SET highest = :highest, epoch = :epoch, next_object = :next, hash = :hash, "
     "changes_lock = :changes, provisional = :provisional, provisional_above = :above, "
-    "provisional_object = :object WHERE id = :id",
-    "iiitiiiii:"};
+    "provisional_object = :object, kept_parts = :kept WHERE id = :id",
+    "iiitiiiiii:"};
 constexpr Sql dropUndo{"DELETE FROM undo WHERE partition_id = :partition", "i:"};
 constexpr Sql dropUndoOfUser{
     "DELETE FROM undo WHERE partition_id IN (SELECT id FROM partitions WHERE user_id = :user AND "
@@ -31,6 +31,10 @@ constexpr Sql findInstance{
     "SELECT id, last_number, batch_highest, answered, listing, proved, asked_under, withholds, hash, hash_of FROM instances "
     "WHERE partition_id = :partition AND name = :name",
     "it:iiiiiiiitt"};
+constexpr Sql findInstanceById{
+    "SELECT id, last_number, batch_highest, answered, listing, proved, asked_under, withholds, hash, hash_of FROM instances "
+    "WHERE id = :id",
+    "i:iiiiiiiitt"};
 constexpr Sql addInstance{
     "INSERT INTO instances (partition_id, name, last_number, batch_highest, answered, listing, proved, asked_under, withholds, "
     "hash, hash_of) VALUES (:partition, :name, 0, 0, 0, 0, 0, 0, 0, '', '')",
@@ -48,7 +52,13 @@ constexpr Sql findHighestOfOthers{
 std::optional<Partition> firstOf(Rows rows) {
     if (!rows.next()) return std::nullopt;
     return Partition{rows.integer(0), rows.integer(1), rows.integer(2), rows.integer(3), rows.text(4),
-                     rows.integer(5), rows.integer(6), rows.integer(7), rows.integer(8)};
+                     rows.integer(5), rows.integer(6), rows.integer(7), rows.integer(8), rows.integer(9)};
+}
+
+std::optional<Instance> firstInstanceOf(Rows rows) {
+    if (!rows.next()) return std::nullopt;
+    return Instance{rows.integer(0),      rows.integer(1), rows.integer(2),      rows.integer(3), rows.integer(4),
+                    rows.integer(5) != 0, rows.integer(6), rows.integer(7) != 0, rows.text(8),    rows.text(9)};
 }
 
 }  // namespace
@@ -69,7 +79,7 @@ Partition Partition::obtain(Connection& connection, std::int64_t user, std::stri
 
 void Partition::store(Connection& connection) const {
     connection.run(storePartition, highest, epoch, nextObject, hash, changesLock, provisional, provisionalAbove,
-                   provisionalObject, id);
+                   provisionalObject, keptParts, id);
 }
 
 void Partition::settle(Connection& connection) {
@@ -84,10 +94,11 @@ void Partition::settleAll(Connection& connection, std::int64_t user) {
 }
 
 std::optional<Instance> Instance::find(Connection& connection, std::int64_t partition, std::string_view name) {
-    auto rows = connection.query(findInstance, partition, name);
-    if (!rows.next()) return std::nullopt;
-    return Instance{rows.integer(0),      rows.integer(1), rows.integer(2),      rows.integer(3), rows.integer(4),
-                    rows.integer(5) != 0, rows.integer(6), rows.integer(7) != 0, rows.text(8),    rows.text(9)};
+    return firstInstanceOf(connection.query(findInstance, partition, name));
+}
+
+std::optional<Instance> Instance::find(Connection& connection, std::int64_t id) {
+    return firstInstanceOf(connection.query(findInstanceById, id));
 }
 
 Instance Instance::add(Connection& connection, std::int64_t partition, std::string_view name) {

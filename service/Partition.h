@@ -22,6 +22,9 @@ struct Partition {
     std::int64_t provisional = 0;
     std::int64_t provisionalAbove = 0;
     std::int64_t provisionalObject = 0;
+    /// Bytes of parts that are kept but not taken in yet (KeptParts). While there are any, what is provisional is the last of
+    /// them.
+    std::int64_t keptParts = 0;
 
     bool operator==(const Partition&) const = default;
 
@@ -55,6 +58,7 @@ struct Instance {
     bool operator==(const Instance&) const = default;
 
     static std::optional<Instance> find(Connection& connection, std::int64_t partition, std::string_view name);
+    static std::optional<Instance> find(Connection& connection, std::int64_t id);
     static Instance add(Connection& connection, std::int64_t partition, std::string_view name);
     void store(Connection& connection) const;
     /// Whether transactions of it that were rolled back wait to come again.

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "service/Forms.h"
+#include "service/KeptParts.h"
 #include "service/Partition.h"
 
 namespace velkor::service {
@@ -40,7 +41,7 @@ void rollBackPartition(Connection& connection, Partition& partition) {
 
 }  // namespace
 
-Response rollBack(Database& database, Locks& locks, const User& user, std::string_view form) {
+Response rollBack(Database& database, Locks& locks, Directories& directories, const User& user, std::string_view form) {
     constexpr std::array<FormField, 1> fields{FormField{"instance_id"}};
     const auto instance = readForm(form, fields)[0];
     if (!instance) return Response::error(400, "The request names no instance.");
@@ -52,7 +53,11 @@ Response rollBack(Database& database, Locks& locks, const User& user, std::strin
             while (rows.next()) apps.push_back(rows.text(0));
         }
         for (const auto& app : apps) {
-            if (auto partition = Partition::find(connection, user.id, app)) rollBackPartition(connection, *partition);
+            auto partition = Partition::find(connection, user.id, app);
+            if (!partition) continue;
+            if (KeptParts parts(connection, *partition); !parts.empty())
+                parts.takeIn(*directories.current(connection, *partition));
+            if (partition->provisional != 0) rollBackPartition(connection, *partition);
         }
         return Response::json("{}");
     });

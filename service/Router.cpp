@@ -113,7 +113,7 @@ Router::Router(Database& database, BlobStore& blobStore, const Settings& setting
       m_changes(database, m_locks, m_directories, settings.page),
       m_knownObjects(database, m_locks, m_directories, settings.page),
       m_download(database, m_locks),
-      m_blobs(database, m_locks, blobStore, settings.now) {}
+      m_blobs(database, m_locks, m_directories, blobStore, settings.now) {}
 
 std::variant<const Router::Route*, Response> Router::find(const Request& request, Match& match) {
     const std::string_view target = request.target;
@@ -190,7 +190,7 @@ Response Router::schema(const User& user, const Match& match, Request& request) 
 }
 
 Response Router::rollback(const User& user, const Match&, Request& request) {
-    return rollBack(m_database, m_locks, user, request.body.view());
+    return rollBack(m_database, m_locks, m_directories, user, request.body.view());
 }
 
 Response Router::verify(const User& user, const Match&, Request&) { return m_accounts.verify(user); }

@@ -7,10 +7,11 @@
 namespace velkor::service {
 namespace {
 
-constexpr std::int64_t currentVersion = 1;
+constexpr std::int64_t currentVersion = 2;
 
 // A partition is one user's data of one app. An object's row holds its latest transaction and its links; "objects.id" is the
-// partition's id times 2^32 plus the object's number within it. "undo" keeps the rows that the provisional request replaced.
+// partition's id times 2^32 plus the object's number within it. "undo" keeps the rows that the provisional request replaced, "parts" what is not
+// taken in yet; see KeptParts.
 constexpr const char* tables[] = {
     "CREATE TABLE users (id {serial}, email TEXT NOT NULL UNIQUE, password TEXT NOT NULL, password_version BIGINT NOT NULL)",
 
@@ -20,7 +21,7 @@ constexpr const char* tables[] = {
     "CREATE TABLE partitions (id {serial}, user_id BIGINT NOT NULL, app TEXT NOT NULL, highest BIGINT NOT NULL, "
     "epoch BIGINT NOT NULL, next_object BIGINT NOT NULL, hash TEXT NOT NULL, changes_lock BIGINT NOT NULL, "
     "provisional BIGINT NOT NULL, provisional_above BIGINT NOT NULL, provisional_object BIGINT NOT NULL, "
-    "UNIQUE (user_id, app))",
+    "kept_parts BIGINT NOT NULL, UNIQUE (user_id, app))",
 
     "CREATE TABLE schemas (partition_id {given}, model_version TEXT NOT NULL, text TEXT NOT NULL)",
 
@@ -42,6 +43,9 @@ constexpr const char* tables[] = {
     "touched BIGINT NOT NULL, instance BIGINT NOT NULL, state BIGINT NOT NULL, link_number BIGINT NOT NULL, "
     "link_instance BIGINT NOT NULL, link_other BIGINT NOT NULL, body TEXT NOT NULL, links TEXT NOT NULL)",
     "CREATE INDEX undo_partition ON undo (partition_id)",
+
+    "CREATE TABLE parts (partition_id BIGINT NOT NULL, place BIGINT NOT NULL, instance BIGINT NOT NULL, highest BIGINT NOT NULL, "
+    "body TEXT NOT NULL, PRIMARY KEY (partition_id, place))",
 
     "CREATE TABLE superseded (object_id BIGINT NOT NULL, instance BIGINT NOT NULL, fingerprint TEXT NOT NULL, "
     "PRIMARY KEY (object_id, instance))",

@@ -82,6 +82,26 @@ TEST_F(BlobEndpointsTest, aBlobGoesUpAndComesDown) {
     EXPECT_EQ(get(callsOfUser("g1").url("read")), "");
 }
 
+TEST_F(BlobEndpointsTest, partsOfAPushCarryBlobs) {
+    TestClient a = client("A"), b = client("B");
+    a.cycle();
+    a.lock();
+    a.changes({insertOf("g1")}, true);
+    a.changes({insertOf("g2")}, true);
+    EXPECT_EQ(calls("g1").call("write").status, 401) << "only the latest request's guids need no credentials";
+    EXPECT_EQ(upload(calls("g2"), "two"), 200);
+    EXPECT_EQ(post(callsOfUser("g1").form(), "one").status, 204);
+    EXPECT_EQ(exchange()("POST", "/client_apps/app/blobs/g1/content/wrote.json", basic("u@example.org", "secret"),
+                         "hash=" + sha1HexHash(NS::Data("one")) + "&")
+                  .status,
+              200);
+    a.changes({});
+    a.unlock();
+    EXPECT_EQ(summary(b.cycle()), (std::vector<std::string>{"g2:", "g1:"})) << "what was settled has a new number";
+    EXPECT_EQ(get(callsOfUser("g1").url("read")), "one");
+    EXPECT_EQ(get(callsOfUser("g2").url("read")), "two");
+}
+
 TEST_F(BlobEndpointsTest, whatIsNotSignedForThisIsRefused) {
     TestClient a = client("A");
     a.lock();
