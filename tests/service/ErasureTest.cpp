@@ -97,7 +97,8 @@ TEST_F(ErasureTest, aRequestBehindTheDeletionLeavesNothing) {
     const User user{a.user(), "u@example.org"};  // was let in
     deleteUser(*m_database, user);
     Locks locks(*m_database, 120);
-    BlobEndpoints blobs(*m_database, locks, *m_blobStore, Locks::systemMilliseconds);
+    Directories directories;
+    BlobEndpoints blobs(*m_database, locks, directories, *m_blobStore, Locks::systemMilliseconds);
     EXPECT_EQ(locks.lock(user, "app", "A").status, 401);
     EXPECT_EQ(takeSchema(*m_database, user, "app", "[]").status, 401);
     EXPECT_EQ(keepClient(*m_database, user, "instance_id=A&client_info={}", 0).status, 401);
