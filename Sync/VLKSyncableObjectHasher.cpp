@@ -1,7 +1,8 @@
 #include "Sync/VLKSyncableObjectHasher.h"
 
+#include <bit>
+#include <functional>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -29,35 +30,33 @@ constexpr std::string_view rememberedGenericValues = "generic";
 class VLKSyncableObjectHasher::Gathering {
 public:
     void add(std::string_view guid, bool excluded) {
-        if (excluded) m_firstExclusion.try_emplace(std::string(guid), m_ends.size());
         m_text.append(guid);
         m_ends.push_back(m_text.size());
         m_excluded.push_back(excluded);
     }
 
-    /// The guids of the objects that count, duplicates included; valid while this lives.
+    /// The guids that count, each once; valid while this lives. The first object of a guid decides: one that is left out hides
+    /// later ones.
     std::vector<std::string_view> shared() const {
-        std::vector<std::string_view> guids;
+        std::vector<std::string_view> guids, firsts;
         guids.reserve(m_ends.size());
+        // A flat table of the first objects' guids, at most half full.
+        firsts.resize(std::bit_ceil(m_ends.size() * 2 + 1));
         for (std::size_t i = 0, begin = 0; i < m_ends.size(); begin = m_ends[i], ++i) {
-            const auto guid = std::string_view(m_text).substr(begin, m_ends[i] - begin);
-            if (!m_excluded[i] && !hiddenByEarlier(guid, i)) guids.push_back(guid);
+            const std::string_view guid(m_text.data() + begin, m_ends[i] - begin);
+            std::size_t place = std::hash<std::string_view>()(guid) & (firsts.size() - 1);
+            while (firsts[place].data() && firsts[place] != guid) place = (place + 1) & (firsts.size() - 1);
+            if (firsts[place].data()) continue;
+            firsts[place] = guid;
+            if (!m_excluded[i]) guids.push_back(guid);
         }
         return guids;
     }
 
 private:
-    /// The first object of a guid decides: one that is left out hides later ones.
-    bool hiddenByEarlier(std::string_view guid, std::size_t place) const {
-        if (m_firstExclusion.empty()) return false;
-        const auto exclusion = m_firstExclusion.find(std::string(guid));
-        return exclusion != m_firstExclusion.end() && exclusion->second < place;
-    }
-
     std::string m_text;  // all guids, one after the other
     std::vector<std::size_t> m_ends;
     std::vector<bool> m_excluded;
-    std::unordered_map<std::string, std::size_t> m_firstExclusion;
 };
 
 VLKSyncableObjectHasher::VLKSyncableObjectHasher(std::shared_ptr<NS::ManagedObjectContext> ctx, VLKSyncController& syncController)
@@ -106,13 +105,9 @@ std::optional<NS::Array> VLKSyncableObjectHasher::guidsForAllKnownObjectsInConte
     const auto gathering = gather(ctx);
     if (!gathering) return std::nullopt;
     const auto shared = gathering->shared();
-    std::unordered_set<std::string_view> seen;
-    seen.reserve(shared.size());
     NS::Array guids;
     guids.reserve(shared.size());
-    for (const std::string_view guid : shared) {
-        if (seen.insert(guid).second) guids.push_back(guid);
-    }
+    for (const std::string_view guid : shared) guids.push_back(guid);
     for (const std::string& guid : m_syncController->guidsOfGenericValues()) guids.push_back(guid);
     return guids;
 }

@@ -1,10 +1,31 @@
 #include "platform/base/Data.h"
 
+#ifdef __linux__
+#include <sys/mman.h>
+#endif
+
+#include <cstdint>
 #include <utility>
 
 #include "platform/base/Cell.h"
 
 namespace velkor::NS {
+
+namespace {
+
+constexpr std::size_t largeBuffer = 8 << 20;  // bytes
+
+/// A large buffer that is about to be filled takes large pages: a fault for each small one costs as much as what comes into it.
+void preferLargePages([[maybe_unused]] std::string& buffer) noexcept {
+#ifdef __linux__
+    constexpr std::uintptr_t page = 1 << 21;
+    const auto begin = reinterpret_cast<std::uintptr_t>(buffer.data()), end = begin + buffer.capacity();
+    const auto first = (begin + page - 1) / page * page, last = end / page * page;
+    if (first < last) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+#endif
+}
+
+}  // namespace
 
 struct Data::Storage : SharedStorage {
     explicit Storage(std::string content) noexcept : bytes(std::move(content)) {}
@@ -46,7 +67,12 @@ void Data::append(std::string_view bytes) {
     ownBytes().append(bytes);
 }
 
-void Data::reserve(std::size_t bytes) { ownBytes().reserve(bytes); }
+void Data::reserve(std::size_t bytes) {
+    std::string& own = ownBytes();
+    if (bytes <= own.capacity()) return;
+    own.reserve(bytes);
+    if (bytes >= largeBuffer) preferLargePages(own);
+}
 
 std::string Data::take() {
     if (!m_storage) return {};
