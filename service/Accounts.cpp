@@ -28,6 +28,8 @@ constexpr auto slowedInterval = 1s;
 constexpr auto longestDelay = 10s;
 constexpr std::size_t mostRemembered = 100'000;  // accounts in each map
 
+constexpr std::int64_t firstPasswordVersion = 1;
+
 constexpr Sql findUser{"SELECT id, password, password_version FROM users WHERE email = :email", "t:iti"};
 constexpr Sql addUser{
     "INSERT INTO users (email, password, password_version) VALUES (:email, :password, 1) ON CONFLICT (email) DO NOTHING", "tt:"};
@@ -81,12 +83,14 @@ Response Accounts::signUp(std::string_view json) {
     if (confirmation && *confirmation != password) return Response::error(422, "The two passwords differ.");
     auto hash = hashOfNewPassword(*email, password.value_or(""));
     if (auto* refusal = std::get_if<Response>(&hash)) return std::move(*refusal);
-    return m_database.write(Database::nobody, [&](Connection& connection) {
-        if (connection.run(addUser, *email, std::get<std::string>(hash)) == 0) {
-            return Response::error(409, "This e-mail address is taken.");
-        }
-        return userAnswer(userWithEmail(connection, *email).value());
+    const auto id = m_database.write(Database::nobody, [&](Connection& connection) -> std::optional<std::int64_t> {
+        if (connection.run(addUser, *email, std::get<std::string>(hash)) == 0) return std::nullopt;
+        return userWithEmail(connection, *email);
     });
+    if (!id) return Response::error(409, "This e-mail address is taken.");
+    // Who has just chosen the password need not prove it.
+    rememberProof({*id, {}, firstPasswordVersion}, cutCredentials(*email, *password)->password);
+    return userAnswer(*id);
 }
 
 Response Accounts::signOut(const User& user) {
@@ -153,16 +157,24 @@ std::variant<User, Response> Accounts::authenticate(const Request& request) {
             return later;
         }
     }
-    // An unknown user is checked as well, so that time does not tell it from a known one.
-    static const Account nobody{0, hashPassword(randomBytes(16)), 0};
-    if (!isRight(account ? *account : nobody, *credentials) || !account) {
+    if (!isRight(account ? *account : nobody(), *credentials) || !account) {
         addFailure(credentials->email);
         return refusal;
     }
+    rememberProof(*account, credentials->password);
+    return User{account->id, std::move(credentials->email)};
+}
+
+const Accounts::Account& Accounts::nobody() {
+    static const Account nobody{0, hashPassword(randomBytes(16)), 0};
+    return nobody;
+}
+
+void Accounts::rememberProof(const Account& account, std::string_view password) {
+    Proof proof{account.passwordVersion, digestOf(account, password)};
     std::lock_guard guard(m_mutex);
     if (m_proofs.size() >= mostRemembered) m_proofs.clear();
-    m_proofs.insert_or_assign(account->id, Proof{account->passwordVersion, digest});
-    return User{account->id, std::move(credentials->email)};
+    m_proofs.insert_or_assign(account.id, std::move(proof));
 }
 
 std::optional<Accounts::Account> Accounts::find(Database& database, std::string_view email) {
