@@ -84,14 +84,15 @@ NS::Result<std::uint16_t> HttpServer::listen() {
     if (error) {
         return NS::Error::withDescription(NS::PlatformErrorDomain, error.value(), "cannot listen there: " + error.message());
     }
+    prepareProcess();
+    // Who knows that it listens may stop it.
+    m_state->signals.add(SIGTERM);
+    m_state->signals.add(SIGINT);
     return acceptor.local_endpoint().port();
 }
 
 void HttpServer::run() {
     auto& state = *m_state;
-    prepareProcess();
-    state.signals.add(SIGTERM);
-    state.signals.add(SIGINT);
     state.signals.async_wait([&state](ErrorCode error, int) {
         if (!error) state.stop();
     });

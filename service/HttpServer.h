@@ -29,7 +29,7 @@ public:
     HttpServer(HttpHandler& handler, const Settings& settings);
     ~HttpServer();
 
-    /// Takes the address; the port that it got.
+    /// Takes the address; the port that it got. From then on SIGTERM and SIGINT end the server, not the process.
     NS::Result<std::uint16_t> listen();
     /// Serves until `stop`, or SIGTERM or SIGINT, and until the requests in hand are answered.
     void run();
