@@ -116,7 +116,12 @@ void Walk::expireNote() {
     record("service expires " + guid + (outcome.status == 0 ? "" : ": " + outcome.err));
     if (outcome.status == 0) {
         m_expectations.expiredByService(guid);
-    } else if (outcome.status != 1 || outcome.err.find("there is no such object") == std::string::npos) {
+        return;
+    }
+    // It may not have reached the service, or nothing at all may have.
+    const bool isUnknown = outcome.err.find("there is no such object") != std::string::npos ||
+                           outcome.err.find("the user has no data of this app") != std::string::npos;
+    if (outcome.status != 1 || !isUnknown) {
         throw Failure{"the service cannot expire " + guid + ": " + outcome.err};
     }
 }
