@@ -23,8 +23,8 @@ public:
 
     /// Writes one JSON object as the writer's next value: for each transaction its key and its wire form, in the batch's order.
     /// Generic value transactions have none and are left out. So is a transaction whose wire form cannot be made; the keys of
-    /// these are returned, for the caller to log and to remove. A failed assertion passes through,
-    /// and so does a store that cannot be read: its transaction is not a bad one.
+    /// these are returned, for the caller to log and to remove. A failed assertion passes through, and
+    /// so does a store that cannot be read: its transaction is not a bad one.
     std::vector<std::string> writeTransactions(JSONWriter& writer, const VLKTransactionMap& batch);
 };
 

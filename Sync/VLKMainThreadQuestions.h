@@ -10,8 +10,8 @@ class VLKMainThreadQuestions {
 public:
     VLKMainThreadQuestions();
 
-    /// Runs the question on the main thread and waits for it (at once, when called there). False, without having run it, once
-    /// `close()` was called, and when it raised, with an entry in the system log. Any thread.
+    /// Runs the question on the main thread and waits for it. False, without having run it, once `close()` was called, and when
+    /// it raised, with an entry in the system log. Any thread; on the main one it runs at once, and what it raises passes.
     bool ask(const std::function<void()>& question);
     /// Open and later questions of other threads get no answer. Main thread.
     void close();

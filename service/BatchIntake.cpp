@@ -1,6 +1,7 @@
 #include "service/BatchIntake.h"
 
 #include "service/Fingerprints.h"
+#include "service/Withholding.h"
 
 namespace velkor::service {
 BatchIntake::BatchIntake(Connection& connection, Partition& partition, Instance& instance, GuidDirectory& directory)
@@ -12,6 +13,8 @@ BatchIntake::BatchIntake(Connection& connection, Partition& partition, Instance&
       m_objects(connection, partition.id, partition.nextObject),
       m_graph(m_objects, directory, m_relations) {
     directory.markAhead();
+    partition.provisionalAbove = partition.highest;
+    partition.provisionalObject = partition.nextObject;
 }
 
 void BatchIntake::take(std::vector<IncomingTransaction>& transactions, std::int64_t highest) {
@@ -35,6 +38,10 @@ void BatchIntake::take(std::vector<IncomingTransaction>& transactions, std::int6
 void BatchIntake::store() {
     m_graph.pack();
     m_objects.store(m_directory);
+    m_partition.hash.clear();
+    if (!m_tookAny) return;
+    m_partition.provisional = m_instance.id;
+    if (liftWithheld(m_connection, m_partition.id, m_partition.provisionalAbove)) m_instance.hashOf.clear();
 }
 
 bool BatchIntake::isRepeat(const IncomingTransaction& transaction, const ObjectRow& row, const Sender& sender) {

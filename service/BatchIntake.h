@@ -21,10 +21,9 @@ public:
 
     /// Takes a batch in, objects first, then links. The batch lives until `store`; `highest` is the sender's HIGHEST_XACTION.
     void take(std::vector<IncomingTransaction>& transactions, std::int64_t highest);
-    /// Writes what was taken in; nothing is taken afterwards.
+    /// Writes what was taken in, which is what is provisional from now on; nothing is taken afterwards. What was provisional
+    /// before has been settled.
     void store();
-    /// Whether a transaction was newly stored.
-    bool tookAny() const { return m_tookAny; }
     /// The guids of the latest batch whose transactions were repeats; the batch's texts.
     const std::vector<std::string_view>& repeats() const { return m_repeats; }
 

@@ -158,7 +158,7 @@ void BlobEndpoints::renumber(Connection& connection, const Owner& owner, std::st
     if (!partition) return;
     KeptParts parts(connection, *partition);
     if (parts.isProvisional(guid)) return;
-    if (!parts.empty()) parts.takeIn(*m_directories.current(connection, *partition));
+    parts.takeIn(m_directories);
     std::int64_t id = 0, writer = 0;
     std::string body;
     {

@@ -93,8 +93,6 @@ GuidDirectory& ChangesEndpoint::directoryOf(Connection& connection, const Partit
 void ChangesEndpoint::takeBatch(Connection& connection, Partition& partition, Instance& instance, ChangesRequest& request,
                                 std::int64_t highest, const Lock& lock, GuidDirectory& directory) {
     request.readRelationships();
-    partition.provisionalAbove = partition.highest;
-    partition.provisionalObject = partition.nextObject;
     BatchIntake intake(connection, partition, instance, directory);
     Reinstated reinstated;
     if (instance.hasRolled(connection)) collectRolled(connection, partition, instance, request, reinstated);
@@ -104,10 +102,6 @@ void ChangesEndpoint::takeBatch(Connection& connection, Partition& partition, In
     const auto repeats = intake.repeats();
     intake.store();
     recordBatch(connection, partition.id, lock.serial, instance.id, above, repeats);
-    partition.hash.clear();
-    if (!intake.tookAny()) return;
-    partition.provisional = instance.id;
-    if (liftWithheld(connection, partition.id, partition.provisionalAbove)) instance.hashOf.clear();
 }
 
 void ChangesEndpoint::collectRolled(Connection& connection, const Partition& partition, const Instance& instance,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <future>
+#include <numeric>
 #include <thread>
 
 #include "PelmoLib/encodings/VLKLog.h"
@@ -11,8 +12,6 @@ namespace {
 
 constexpr std::size_t transactionsPerThread = 1000;  // fewer are not worth starting a thread
 constexpr std::size_t mostThreads = 4;
-// All payloads of a request may inflate to so many bytes; what is beyond is kept without links, so that a few bytes that inflate
-// to thousands of times as many do not take the service's memory.
 constexpr std::size_t smallPayloads = 64 << 20, mostInflation = 16;
 
 bool isIdentifier(std::string_view text) { return text.size() <= longestName && text.find('\0') == text.npos; }
@@ -65,17 +64,24 @@ bool ChangesRequest::takeEnvelope() {
     return true;
 }
 
+std::size_t ChangesRequest::mostPayloadBytes(std::size_t length) { return length * mostInflation + smallPayloads; }
+
 void ChangesRequest::readRelationships() {
+    std::size_t bytesLeft = mostPayloadBytes(m_length);
+    readRelationships(bytesLeft);
+}
+
+void ChangesRequest::readRelationships(std::size_t& bytesLeft) {
     if (!m_arenas.empty()) return;
     const std::size_t count = m_transactions.size();
     const std::size_t wanted =
         std::min<std::size_t>({count / transactionsPerThread, std::thread::hardware_concurrency(), mostThreads});
     const std::size_t threads = std::max<std::size_t>(wanted, 1);
     for (std::size_t i = 0; i < threads; ++i) m_arenas.push_back(std::make_unique<std::pmr::monotonic_buffer_resource>());
+    std::vector<std::size_t> left(threads, bytesLeft / threads);
     auto readShare = [&](std::size_t share) {
-        std::size_t bytesLeft = (m_length * mostInflation + smallPayloads) / threads;
         for (std::size_t i = count * share / threads; i < count * (share + 1) / threads; ++i) {
-            m_transactions[i].readRelationships(*m_arenas[share], bytesLeft);
+            m_transactions[i].readRelationships(*m_arenas[share], left[share]);
         }
     };
     // What a share raises is raised here; where there are no more threads, its work is done here as well.
@@ -83,6 +89,7 @@ void ChangesRequest::readRelationships() {
     for (std::size_t share = 1; share < threads; ++share) helpers.push_back(std::async(readShare, share));
     readShare(0);
     for (auto& helper : helpers) helper.get();
+    bytesLeft = std::accumulate(left.begin(), left.end(), std::size_t(0));
 }
 
 }  // namespace velkor::service

@@ -19,8 +19,14 @@ class ChangesRequest {
 public:
     /// None for a text that is no changes request.
     static std::optional<ChangesRequest> read(std::string_view json);
-    /// Reads the relationships out of the payloads, if that was not done; they are taken in with them.
+    /// Reads the relationships out of the payloads, if that was not done; they are taken in with them. The payloads may inflate
+    /// to so many bytes, which are taken off; what is beyond has no links.
+    void readRelationships(std::size_t& bytesLeft);
+    /// The same for a request by itself.
     void readRelationships();
+    /// To how many bytes the payloads of requests of that length may inflate: a few bytes that inflate to thousands of times as
+    /// many shall not take the service's memory.
+    static std::size_t mostPayloadBytes(std::size_t length);
 
     const std::string& app() const { return m_app; }
     const std::string& instance() const { return m_instance; }

@@ -72,9 +72,8 @@ NS::Result<void> expire(Database& database, std::string_view email, std::string_
     return database.write(*user, [&](Connection& connection) -> NS::Result<void> {
         auto partition = Partition::find(connection, *user, app);
         if (!partition) return failure("the user has no data of this app");
-        if (KeptParts parts(connection, *partition); !parts.empty()) {
-            parts.takeIn(*Directories().current(connection, *partition));
-        }
+        Directories directories;
+        KeptParts(connection, *partition).takeIn(directories);
         return expireObject(connection, *partition, guid);
     });
 }

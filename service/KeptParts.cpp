@@ -9,7 +9,6 @@
 #include "platform/base/UTF8.h"
 #include "service/BatchIntake.h"
 #include "service/BatchRecord.h"
-#include "service/Withholding.h"
 
 namespace velkor::service {
 namespace {
@@ -33,22 +32,15 @@ struct Part {
     std::optional<ChangesRequest> request;  // refers to the body
 };
 
-/// Takes parts in by one commit's worth of rows; what they replace is provisional until somebody settles it.
+/// Takes parts in by one commit's worth of rows. Their payloads share the bytes that are left.
 void takeTogether(Connection& connection, Partition& partition, Instance& instance, GuidDirectory& directory,
-                  std::span<Part*> parts) {
-    partition.settle(connection);
-    partition.provisionalAbove = partition.highest;
-    partition.provisionalObject = partition.nextObject;
+                  std::span<Part*> parts, std::size_t& bytesLeft) {
     BatchIntake intake(connection, partition, instance, directory);
     for (Part* part : parts) {
-        part->request->readRelationships();
+        part->request->readRelationships(bytesLeft);
         intake.take(part->request->transactions(), part->highest);
     }
     intake.store();
-    partition.hash.clear();
-    if (!intake.tookAny()) return;
-    partition.provisional = instance.id;
-    if (liftWithheld(connection, partition.id, partition.provisionalAbove)) instance.hashOf.clear();
 }
 
 }  // namespace
@@ -91,20 +83,26 @@ void KeptParts::takeIn(GuidDirectory& directory) {
             if (part.request) readable.push_back(&part);
         }
     }
+    std::size_t bytesLeft = ChangesRequest::mostPayloadBytes(static_cast<std::size_t>(m_partition.keptParts));
+    const std::size_t provisional = m_partition.provisional != 0 && !readable.empty() ? 1 : 0;
     m_connection.run(dropParts, m_partition.id);
     m_partition.keptParts = 0;
-    const std::size_t provisional = m_partition.provisional != 0 && !readable.empty() ? 1 : 0;
+    m_partition.settle(m_connection);
     const std::span all(readable);
     if (auto instance = Instance::find(m_connection, keeper)) {
         if (all.size() > provisional) {
-            takeTogether(m_connection, m_partition, *instance, directory, all.first(all.size() - provisional));
+            takeTogether(m_connection, m_partition, *instance, directory, all.first(all.size() - provisional), bytesLeft);
             m_partition.settle(m_connection);
         }
-        if (provisional > 0) takeTogether(m_connection, m_partition, *instance, directory, all.last(provisional));
+        if (provisional > 0) takeTogether(m_connection, m_partition, *instance, directory, all.last(provisional), bytesLeft);
         instance->store(m_connection);
     }
     m_connection.run(noteAbove, provisional > 0 ? m_partition.provisionalAbove : m_partition.highest, m_partition.id);
     m_partition.store(m_connection);
+}
+
+void KeptParts::takeIn(Directories& directories) {
+    if (!empty()) takeIn(*directories.current(m_connection, m_partition));
 }
 
 }  // namespace velkor::service

@@ -30,6 +30,8 @@ public:
     /// Takes in all that is kept, as if each part had been taken in when it came: if the last one is provisional, it stays so.
     /// The directory is the partition's, current, and ahead of the database from here on.
     void takeIn(GuidDirectory& directory);
+    /// The same with the partition's directory, if anything is kept.
+    void takeIn(Directories& directories);
 
 private:
     Connection& m_connection;

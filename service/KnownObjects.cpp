@@ -52,12 +52,12 @@ Response KnownObjectsEndpoint::compare(Connection& connection, const User& user,
     if (!lock) return Locks::refusal(connection, user.id);
     Partition::settleAll(connection, user.id);
     auto partition = Partition::find(connection, user.id, listing.app());
+    if (partition) KeptParts(connection, *partition).takeIn(m_directories);
     auto instance = partition ? Instance::find(connection, partition->id, lock->instance) : std::nullopt;
     if (!instance || partition->changesLock != lock->serial) {
         return Response::error(409, "A listing needs a changes request before it under the same lock.");
     }
     const auto directory = m_directories.current(connection, *partition);
-    KeptParts(connection, *partition).takeIn(*directory);
     Comparison comparison(connection, *partition, *instance, *directory);
     comparison.take(listing.guids(), lock->serial);
     partition->store(connection);

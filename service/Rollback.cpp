@@ -55,8 +55,7 @@ Response rollBack(Database& database, Locks& locks, Directories& directories, co
         for (const auto& app : apps) {
             auto partition = Partition::find(connection, user.id, app);
             if (!partition) continue;
-            if (KeptParts parts(connection, *partition); !parts.empty())
-                parts.takeIn(*directories.current(connection, *partition));
+            KeptParts(connection, *partition).takeIn(directories);
             if (partition->provisional != 0) rollBackPartition(connection, *partition);
         }
         return Response::json("{}");

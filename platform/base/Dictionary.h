@@ -48,8 +48,8 @@ public:
     /// Adds or replaces (a replaced key keeps its place). A nil value raises the invalid-argument exception.
     void set(std::string_view key, Value value);
     void set(SharedText key, Value value);
-    /// Adds a member whose key, as the caller knows, is not there yet; without a look-up. Unlike
-    /// `set` it does not refuse nil.
+    /// Adds a member whose key, as the caller knows, is not there yet; without a look-up. Unlike `set` it does not
+    /// refuse nil.
     void append(SharedText key, Value value);
     /// Removes the key; absent keys are no error.
     void remove(std::string_view key);

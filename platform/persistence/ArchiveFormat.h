@@ -7,8 +7,7 @@
 //   key      = length, bytes                                       (in dictionaries)
 //            | name                                                (in objects)
 //   name     = index                                               (of a name met before, 0 is the first one)
-//            | number of names so far, length, bytes               (a new name; members of objects and classes share the
-//            numbering)
+//            | number of names so far, length, bytes               (a new name; members and classes share the numbering)
 //
 // Lengths, counts of arrays and indices are unsigned LEB128 numbers.
 #pragma once

@@ -44,8 +44,8 @@ VELKOR_EXPORT void registerArchivableClass(std::string_view className,
 /// The archive of a root value (collections may hold Archivable objects). Nil, an object that is not Archivable and more than 512
 /// levels raise the invalid-argument exception.
 VELKOR_EXPORT Data archivedDataWithRootObject(const Value& root);
-/// The root value, or an error for bytes that are no archive, are damaged, or name an unknown class. An exception of
-/// a factory passes.
+/// The root value, or an error for bytes that are no archive, are damaged, or name an unknown class. An exception of a
+/// factory passes.
 VELKOR_EXPORT Result<Value> unarchiveObjectWithData(std::string_view bytes);
 
 }  // namespace velkor::NS

@@ -40,6 +40,15 @@ TEST_F(KeptPartsTest, whoeverAsksFindsWhatTheyBrought) {
         {"an expiry",
          [&](TestClient&, const std::string& app) { ASSERT_TRUE(expire(*m_database, "u@example.org", app, "n2")); },
          {"n1:uno", "n3:three", "n2:expired"}},
+        {"a listing",
+         [&](TestClient& a, const std::string& app) {
+             EXPECT_EQ(a.listing({"n1", "n2", "n3"}).status, 200);
+             const auto last = m_database->read([&](Connection& connection) {
+                 return Instance::find(connection, Partition::find(connection, a.user(), app)->id, "A")->lastNumber;
+             });
+             EXPECT_EQ(last, 4) << "who writes next must know that somebody has written";
+         },
+         all},
         {"their erasure",
          [](TestClient& a, const std::string& app) {
              EXPECT_EQ(a.send("DELETE", "/client_apps/" + app + "/users/u%40example.org/delete_all_data.json").status, 200);
@@ -62,6 +71,27 @@ TEST_F(KeptPartsTest, whoeverAsksFindsWhatTheyBrought) {
         EXPECT_EQ(summary(reader.cycle()), expected);
         EXPECT_EQ(keptBytes(a, app), 0);
     }
+}
+
+TEST_F(KeptPartsTest, theirPayloadsShareTheBytesThatTheyMayInflateTo) {
+    TestClient a = client("A");
+    a.cycle();
+    a.lock();
+    for (const std::string number : {"1", "2"}) {
+        auto member = insertOf("n" + number);
+        member.set("xaction_object",
+                   packed({{"attributes", NS::Dictionary{{"text", std::string(40 << 20, ' ')}}},
+                           {"relationships", NS::Dictionary{{"tags", toMany("tags", "Tag", {"t" + number})}}}}));
+        EXPECT_EQ(a.changes({member}, true).status, 200);
+    }
+    a.changes({});
+    constexpr Sql find{"SELECT id FROM objects WHERE guid = :guid", "t:i"};
+    const auto isKnown = [&](const std::string& guid) {
+        return m_database->read([&](Connection& connection) { return connection.query(find, guid).next(); });
+    };
+    EXPECT_TRUE(isKnown("n1") && isKnown("n2"));
+    EXPECT_TRUE(isKnown("t1"));
+    EXPECT_FALSE(isKnown("t2"));
 }
 
 }  // namespace
