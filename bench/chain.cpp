@@ -10,10 +10,10 @@
 #include "PelmoLib/encodings/NSData_Base64.h"
 #include "Sync/VLKS3Downloader.h"
 #include "Sync/VLKS3Uploader.h"
+#include "bench/BlobTransfer.h"
 #include "bench/PlainLibcurl.h"
 #include "bench/Velkord.h"
 #include "json/CJSONDeserializer.h"
-#include "platform/concurrency/RunLoop.h"
 
 using namespace velkor;
 
@@ -52,30 +52,10 @@ private:
     Velkord m_velkord;
 };
 
-template <class Transfer>
-void run(const std::shared_ptr<Transfer>& transfer) {
-    bool ended = false;
-    transfer->setCompletionBlock([&](const auto&) { ended = true; });
-    transfer->setFailureBlock([](const NS::Error&) { std::abort(); });
-    transfer->start();
-    NS::RunLoop::main().runUntil([&] { return ended; }, 600);
-}
-
 void upload(const std::string& column, const NS::Data& blob) {
     const auto transfer = std::make_shared<VLKS3Uploader>(Service::running().url(), "", "bench", "G", column);
     transfer->setData(blob);
-    run(transfer);
-}
-
-// Arguments: bytes of a blob, blobs one after another.
-
-template <class Once>
-void measure(benchmark::State& state, Once once) {
-    for (auto _ : state) {
-        for (std::int64_t i = 0; i < state.range(1); ++i) once();
-    }
-    state.SetItemsProcessed(state.iterations() * state.range(1));
-    state.SetBytesProcessed(state.iterations() * state.range(1) * state.range(0));
+    runTransfer(transfer);
 }
 
 NS::Data blobFor(const benchmark::State& state) { return NS::Data(std::string(static_cast<std::size_t>(state.range(0)), 'b')); }
@@ -83,7 +63,7 @@ std::string columnFor(const benchmark::State& state) { return "c" + std::to_stri
 
 void uploads(benchmark::State& state) {
     const NS::Data blob = blobFor(state);
-    measure(state, [&] { upload(columnFor(state), blob); });
+    measureBlobs(state, [&] { upload(columnFor(state), blob); });
 }
 
 void uploadsByPlainLibcurl(benchmark::State& state) {
@@ -91,7 +71,7 @@ void uploadsByPlainLibcurl(benchmark::State& state) {
     const NS::Data blob = blobFor(state);
     const std::string column = columnFor(state);
     PlainLibcurl curl, form("Content-Type: multipart/form-data; boundary=b");
-    measure(state, [&] {
+    measureBlobs(state, [&] {
         const auto presigned = parsed(curl.get(service.endpoint(column, "write.json")));
         std::string fields;
         for (const auto& field : *presigned["signature"].asDictionary()) {
@@ -107,7 +87,7 @@ void uploadsByPlainLibcurl(benchmark::State& state) {
 void downloads(benchmark::State& state) {
     const std::string column = columnFor(state);
     upload(column, blobFor(state));
-    measure(state, [&] { run(std::make_shared<VLKS3Downloader>(Service::running().url(), "bench", "G", column)); });
+    measureBlobs(state, [&] { runTransfer(std::make_shared<VLKS3Downloader>(Service::running().url(), "bench", "G", column)); });
 }
 
 void downloadsByPlainLibcurl(benchmark::State& state) {
@@ -115,7 +95,7 @@ void downloadsByPlainLibcurl(benchmark::State& state) {
     const std::string column = columnFor(state);
     upload(column, blobFor(state));
     PlainLibcurl curl;
-    measure(state, [&] {
+    measureBlobs(state, [&] {
         const auto presigned = parsed(curl.get(service.endpoint(column, "read.json")));
         curl.get(presigned["url"].stringOr(""), static_cast<std::size_t>(state.range(0)));
     });

@@ -9,9 +9,9 @@
 #include "Sync/VLKDataUploader.h"
 #include "Sync/VLKS3Downloader.h"
 #include "Sync/VLKS3Uploader.h"
+#include "bench/BlobTransfer.h"
 #include "bench/CannedServer.h"
 #include "bench/PlainLibcurl.h"
-#include "platform/concurrency/RunLoop.h"
 
 using namespace velkor;
 
@@ -86,47 +86,25 @@ private:
     double m_before;
 };
 
-void countBlobs(benchmark::State& state) {
-    state.SetItemsProcessed(state.iterations() * state.range(1));
-    state.SetBytesProcessed(state.iterations() * state.range(1) * state.range(0));
-}
-
-template <class Transfer>
-void run(const std::shared_ptr<Transfer>& transfer) {
-    bool ended = false;
-    transfer->setCompletionBlock([&](const auto&) { ended = true; });
-    transfer->setFailureBlock([](const NS::Error&) { std::abort(); });
-    transfer->start();
-    NS::RunLoop::main().runUntil([&] { return ended; }, 600);
-}
-
-// Arguments: bytes of a blob, blobs one after another.
-
 void uploads(benchmark::State& state) {
     const auto size = static_cast<std::size_t>(state.range(0));
     const PeakMemory peak;
     const NS::Data blob(std::string(size, 'b'));
-    for (auto _ : state) {
-        for (std::int64_t i = 0; i < state.range(1); ++i) {
-            const auto transfer = std::make_shared<VLKS3Uploader>(Store::running().baseURL(), "", "bench", "G", columnFor(size));
-            transfer->setData(blob);
-            run(transfer);
-        }
-    }
+    measureBlobs(state, [&] {
+        const auto transfer = std::make_shared<VLKS3Uploader>(Store::running().baseURL(), "", "bench", "G", columnFor(size));
+        transfer->setData(blob);
+        runTransfer(transfer);
+    });
     peak.report(state, size);
-    countBlobs(state);
 }
 
 void downloads(benchmark::State& state) {
     const auto size = static_cast<std::size_t>(state.range(0));
     const PeakMemory peak;
-    for (auto _ : state) {
-        for (std::int64_t i = 0; i < state.range(1); ++i) {
-            run(std::make_shared<VLKS3Downloader>(Store::running().baseURL(), "bench", "G", columnFor(size)));
-        }
-    }
+    measureBlobs(state, [&] {
+        runTransfer(std::make_shared<VLKS3Downloader>(Store::running().baseURL(), "bench", "G", columnFor(size)));
+    });
     peak.report(state, size);
-    countBlobs(state);
 }
 
 void uploadsByPlainLibcurl(benchmark::State& state) {
@@ -137,27 +115,21 @@ void uploadsByPlainLibcurl(benchmark::State& state) {
     const NS::Data body = form.fileUploadRequestForUrl(form.url(), form.dataToSend()).httpBody();
     const std::string confirmation = "hash=" + sha1HexHash(form.dataToSend()) + "&";
     PlainLibcurl curl;
-    for (auto _ : state) {
-        for (std::int64_t i = 0; i < state.range(1); ++i) {
-            curl.get(store.endpoint(size, "write.json"));
-            curl.post(form.url(), body.view());
-            curl.post(store.endpoint(size, "wrote.json"), confirmation);
-        }
-    }
-    countBlobs(state);
+    measureBlobs(state, [&] {
+        curl.get(store.endpoint(size, "write.json"));
+        curl.post(form.url(), body.view());
+        curl.post(store.endpoint(size, "wrote.json"), confirmation);
+    });
 }
 
 void downloadsByPlainLibcurl(benchmark::State& state) {
     const auto size = static_cast<std::size_t>(state.range(0));
     const auto& store = Store::running();
     PlainLibcurl curl;
-    for (auto _ : state) {
-        for (std::int64_t i = 0; i < state.range(1); ++i) {
-            curl.get(store.endpoint(size, "read.json"));
-            curl.get(store.blobURL(size), size);
-        }
-    }
-    countBlobs(state);
+    measureBlobs(state, [&] {
+        curl.get(store.endpoint(size, "read.json"));
+        curl.get(store.blobURL(size), size);
+    });
 }
 
 void sizes(benchmark::internal::Benchmark* bench) {
